@@ -1,0 +1,306 @@
+#include "collections/kvrxdictionaryimp.h"
+
+#include "kernel/kvrxmoduleglobal.h"
+#include "kvrxclass.h"
+#include "lumosbase.h"
+
+#include <memory>
+
+KVRX_DEFINE_MEMBERS(KvRxDictionary, u"OvRxDictionary", u"OvRxObject");
+KVRX_DEFINE_MEMBERS(KvRxDictionaryImp, u"KvRxDictionaryImp", u"OvRxDictionary");
+
+KvRxDictionaryImp* KvRxDictionaryImp::createDictionary(unsigned int length, bool deleteObjects,
+                                                       bool sorted, bool ignoreCase,
+                                                       const KvRxClass* restrictTo) {
+    auto* d = new KvRxDictionaryImp(deleteObjects, sorted, ignoreCase, restrictTo);
+    if (length > 0) d->reserve(length > unsigned(INT32_MAX) ? INT32_MAX : int(length));
+    return d;
+}
+
+KvRxDictionaryImp::KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignoreCase,
+                                     const KvRxClass* restrictTo)
+    : sortedIndex(sorted ? new SortedIndex() : nullptr),
+      restrictTo(restrictTo),
+      deleteObjects(deleteObjects),
+      caseSensitive(!ignoreCase) {}
+
+KvRxDictionaryImp::~KvRxDictionaryImp() {
+    clear(false);
+    delete sortedIndex;
+    _lumFree(entries.data);
+}
+
+KvRxString* KvRxDictionaryImp::makeKey(const char16_t* text) const {
+    return new KvRxString(text, !caseSensitive);
+}
+
+bool KvRxDictionaryImp::accepts(const KvRxObject* object) const {
+    if (!restrictTo || !object) return true;
+    KvRxClass* cls = object->isA();
+    return cls && cls->isDerivedFrom(restrictTo);
+}
+
+int KvRxDictionaryImp::find(const char16_t* key) const {
+    if (!key || !*key) return -1;
+    KvRxString probe(key, !caseSensitive);
+    if (sortedIndex) {
+        auto it = sortedIndex->find(&probe);
+        return it == sortedIndex->end() ? -1 : it->second;
+    }
+    for (int i = 0; i < entries.length; ++i)
+        if (entries.data[i].key && entries.data[i].key->compareText(probe) == KvRx::kEqual) return i;
+    return -1;
+}
+
+int KvRxDictionaryImp::liveSlot(unsigned int id) const {
+    if (id == 0 || id > unsigned(entries.length)) return -1;
+    return entries.data[id - 1].key ? int(id - 1) : -1;
+}
+
+int KvRxDictionaryImp::firstFreeSlot() const {
+    for (int i = 0; i < entries.length; ++i)
+        if (!entries.data[i].key) return i;
+    return -1;
+}
+
+void KvRxDictionaryImp::reserve(int n) {
+    if (n <= entries.capacity) return;
+    auto* data = static_cast<Entry*>(_lumMalloc(sizeof(Entry) * size_t(n)));
+    if (!data) throw std::bad_alloc();
+    std::memset(static_cast<void*>(data), 0, sizeof(Entry) * size_t(n));
+    if (entries.length) std::memcpy(static_cast<void*>(data), entries.data, sizeof(Entry) * size_t(entries.length));
+    _lumFree(entries.data);
+    entries.data = data;
+    entries.capacity = n;
+}
+
+void KvRxDictionaryImp::setLength(int n) {
+    if (n < 0) n = 0;
+    if (n > entries.capacity) {
+        // Double while small, then grow by 8192 entries at a time.
+        int64_t step = int64_t(entries.capacity) * 8 < 65536 ? entries.capacity : 8192;
+        if (step < entries.growBy) step = entries.growBy;
+        int64_t grown = int64_t(entries.capacity) + step;
+        if (grown > INT32_MAX) grown = INT32_MAX;
+        reserve(n > grown ? n : int(grown));
+    }
+    entries.length = n;
+}
+
+KvRxObject* KvRxDictionaryImp::at(unsigned int id) const {
+    int slot = liveSlot(id);
+    return slot < 0 ? nullptr : entries.data[slot].value;
+}
+
+KvRxObject* KvRxDictionaryImp::at(const char16_t* key) const {
+    int slot = find(key);
+    return slot < 0 ? nullptr : entries.data[slot].value;
+}
+
+bool KvRxDictionaryImp::has(unsigned int id) const { return liveSlot(id) >= 0; }
+
+bool KvRxDictionaryImp::has(const char16_t* key) const { return find(key) >= 0; }
+
+unsigned int KvRxDictionaryImp::idAt(const char16_t* key) const {
+    int slot = find(key);
+    return slot < 0 ? 0 : unsigned(slot) + 1;
+}
+
+const char16_t* KvRxDictionaryImp::keyAt(unsigned int id) const {
+    int slot = liveSlot(id);
+    return slot < 0 ? nullptr : entries.data[slot].key->text();
+}
+
+unsigned int KvRxDictionaryImp::numEntries() const {
+    if (sortedIndex) return unsigned(sortedIndex->size());
+    unsigned n = 0;
+    for (int i = 0; i < entries.length; ++i)
+        if (entries.data[i].key) ++n;
+    return n;
+}
+
+KvRxObject* KvRxDictionaryImp::replaceValue(int slot, KvRxObject* object) {
+    KvRxObject* displaced = entries.data[slot].value;
+    if (displaced == object) return nullptr;
+    entries.data[slot].value = object;
+    if (!displaced) return nullptr;
+    if (deleteObjects) {
+        delete displaced;
+        return nullptr;
+    }
+    return displaced;
+}
+
+KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, unsigned int& retId) {
+    if (!key || !*key) return nullptr;
+    // An object whose class isn't linked into the tree yet passes here.
+    if (restrictTo && object) {
+        KvRxClass* cls = object->isA();
+        if (cls && cls->myParent() && !accepts(object)) return object;
+    }
+    int slot = find(key);
+    if (slot >= 0) {
+        retId = unsigned(slot) + 1;
+        return replaceValue(slot, object);
+    }
+    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    slot = firstFreeSlot();
+    if (slot < 0) {
+        slot = entries.length;
+        setLength(entries.length + 1);
+    }
+    if (sortedIndex) sortedIndex->emplace(newKey.get(), slot);
+    entries.data[slot].key = newKey.release();
+    entries.data[slot].value = object;
+    retId = unsigned(slot) + 1;
+    return nullptr;
+}
+
+KvRxObject* KvRxDictionaryImp::atPut(unsigned int id, KvRxObject* object) {
+    if (object && !accepts(object)) return object;
+    int slot = liveSlot(id);
+    if (slot < 0) KvRxModuleGlobal::fatalError(u"KvRxDictionary::atPut - Invalid id");
+    return replaceValue(slot, object);
+}
+
+bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) {
+    if (!key || !*key || !object || !accepts(object)) return false;
+    if (id == 0 || id > unsigned(INT32_MAX) || liveSlot(id) >= 0) return false;
+    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    if (takenInIndex(newKey.get())) return false;
+    if (int(id) > entries.length) setLength(int(id));
+    int slot = int(id) - 1;
+    if (sortedIndex) sortedIndex->emplace(newKey.get(), slot);
+    entries.data[slot].key = newKey.release();
+    entries.data[slot].value = object;
+    return true;
+}
+
+bool KvRxDictionaryImp::takenInIndex(const KvRxString* key) const {
+    // The sorted index holds one node per text: a second entry under the same text
+    // could not be reached, and its removal would take the first one's node.
+    return sortedIndex && sortedIndex->count(const_cast<KvRxString*>(key)) != 0;
+}
+
+bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
+    std::unique_ptr<KvRxString> key(makeKey(newKey));
+    KvRxString* old = entries.data[slot].key;
+    if (old->compareText(*key) != KvRx::kEqual && takenInIndex(key.get())) return false;
+    if (sortedIndex) {
+        sortedIndex->erase(old);
+        sortedIndex->emplace(key.get(), slot);
+    }
+    entries.data[slot].key = key.release();
+    delete old;
+    return true;
+}
+
+bool KvRxDictionaryImp::resetKey(unsigned int id, const char16_t* newKey) {
+    int slot = liveSlot(id);
+    return slot >= 0 && resetSlotKey(slot, newKey);
+}
+
+bool KvRxDictionaryImp::resetKey(const char16_t* oldKey, const char16_t* newKey) {
+    if (!newKey || !*newKey) return false;
+    int slot = find(oldKey);
+    return slot >= 0 && resetSlotKey(slot, newKey);
+}
+
+KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
+    Entry& e = entries.data[slot];
+    if (sortedIndex) sortedIndex->erase(e.key);
+    KvRxString* key = e.key;
+    KvRxObject* value = e.value;
+    e.key = nullptr;
+    e.value = nullptr;
+    delete key;
+    if (value && deleteObjects) {
+        delete value;
+        return nullptr;
+    }
+    return value;
+}
+
+KvRxObject* KvRxDictionaryImp::remove(unsigned int id) {
+    int slot = liveSlot(id);
+    return slot < 0 ? nullptr : removeSlot(slot);
+}
+
+KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
+    int slot = find(key);
+    return slot < 0 ? nullptr : removeSlot(slot);
+}
+
+void KvRxDictionaryImp::clear(bool deleteValues) {
+    if (sortedIndex) sortedIndex->clear();
+    for (int i = 0; i < entries.length; ++i) {
+        Entry& e = entries.data[i];
+        delete e.key;
+        if (deleteObjects || deleteValues) delete e.value;
+        e.key = nullptr;
+        e.value = nullptr;
+    }
+    entries.length = 0;
+}
+
+KvRxDictionaryIterator* KvRxDictionaryImp::newIterator(int type) {
+    return new KvRxDictionaryImpIterator(this, !(sortedIndex && type == kDictSorted));
+}
+
+// ---------------------------------------------------------------------------
+
+KVRX_DEFINE_MEMBERS(KvRxIterator, u"OvRxIterator", u"OvRxObject");
+KVRX_DEFINE_MEMBERS(KvRxDictionaryIterator, u"OvRxDictionaryIterator", u"OvRxIterator");
+KVRX_DEFINE_MEMBERS(KvRxDictionaryImpIterator, u"KvRxDictionaryImpIterator", u"OvRxDictionaryIterator");
+
+KvRxDictionaryImpIterator::KvRxDictionaryImpIterator(KvRxDictionaryImp* dictionary, bool idOrder)
+    : dictionary(dictionary), idOrder(idOrder), slot(0) {
+    if (idOrder) {
+        skipFreeSlots();
+    } else {
+        node = dictionary->sortedIndex->begin();
+    }
+}
+
+void KvRxDictionaryImpIterator::skipFreeSlots() {
+    const auto& e = dictionary->entries;
+    while (slot < e.length && !e.data[slot].key) ++slot;
+}
+
+bool KvRxDictionaryImpIterator::done() const {
+    if (idOrder) return slot >= dictionary->entries.length;
+    return node == dictionary->sortedIndex->end();
+}
+
+bool KvRxDictionaryImpIterator::next() {
+    if (done()) return false;
+    if (idOrder) {
+        ++slot;
+        skipFreeSlots();
+    } else {
+        ++node;
+    }
+    return !done();
+}
+
+int KvRxDictionaryImpIterator::currentSlot() const {
+    if (done()) return -1;
+    return idOrder ? slot : node->second;
+}
+
+KvRxObject* KvRxDictionaryImpIterator::object() const {
+    int s = currentSlot();
+    return s < 0 ? nullptr : dictionary->entries.data[s].value;
+}
+
+const char16_t* KvRxDictionaryImpIterator::key() const {
+    int s = currentSlot();
+    // A slot whose entry was removed under the iterator reads as free.
+    KvRxString* k = s < 0 ? nullptr : dictionary->entries.data[s].key;
+    return k ? k->text() : nullptr;
+}
+
+unsigned int KvRxDictionaryImpIterator::id() const {
+    int s = currentSlot();
+    return s < 0 ? 0 : unsigned(s) + 1;
+}

@@ -1,0 +1,114 @@
+// The one implementation of KvRxDictionary.
+//
+// Owns: the entry array (one block from _lumMalloc), every key object in it, the sorted
+// index (sorted dictionaries only; it shares the key objects), and the values only
+// when made with deleteObjects.
+//
+// Invariants: a slot is live exactly when its key isn't null; a free slot has a null
+// value; slots from `length` to `capacity` are zero. The id of a slot is its index
+// plus 1. In a sorted dictionary the index holds exactly the live keys.
+#pragma once
+
+#include "kvrxdictionary.h"
+
+#include <map>
+
+class KvRxDictionaryImp : public KvRxDictionary {
+    KVRX_DECLARE_MEMBERS(KvRxDictionaryImp);
+
+public:
+    struct Entry {
+        KvRxString* key;
+        KvRxObject* value;
+    };
+    struct KeyLess {
+        bool operator()(const KvRxString* a, const KvRxString* b) const { return KvRxString::less(a, b); }
+    };
+    using SortedIndex = std::map<KvRxString*, int, KeyLess>;
+
+    static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
+                                               bool ignoreCase, const KvRxClass* restrictTo);
+    ~KvRxDictionaryImp() override;
+    KvRxDictionaryImp(const KvRxDictionaryImp&) = delete;
+    KvRxDictionaryImp& operator=(const KvRxDictionaryImp&) = delete;
+
+    KvRxObject* at(unsigned int id) const override;
+    KvRxObject* at(const char16_t* key) const override;
+    KvRxObject* atPut(unsigned int id, KvRxObject* object) override;
+    KvRxObject* atPut(const char16_t* key, KvRxObject* object, unsigned int& retId) override;
+    bool resetKey(unsigned int id, const char16_t* newKey) override;
+    bool resetKey(const char16_t* oldKey, const char16_t* newKey) override;
+    bool atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) override;
+    KvRxObject* remove(unsigned int id) override;
+    KvRxObject* remove(const char16_t* key) override;
+    bool has(unsigned int id) const override;
+    bool has(const char16_t* key) const override;
+    unsigned int idAt(const char16_t* key) const override;
+    const char16_t* keyAt(unsigned int id) const override;
+    unsigned int numEntries() const override;
+    KvRxDictionaryIterator* newIterator(int type = kDictSorted) override;
+    bool deletesObjects() const override { return deleteObjects; }
+    bool isCaseSensitive() const override { return caseSensitive; }
+    bool isSorted() const override { return sortedIndex != nullptr; }
+
+    // Empties the dictionary; values are deleted if it owns them or `deleteValues`.
+    void clear(bool deleteValues);
+
+    int capacity() const { return entries.capacity; }
+    int length() const { return entries.length; }
+
+private:
+    friend class KvRxDictionaryImpIterator;
+    struct Entries {
+        Entry* data = nullptr;
+        int capacity = 0;
+        int length = 0;
+        int growBy = 8;
+    };
+
+    KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignoreCase, const KvRxClass* restrictTo);
+    bool accepts(const KvRxObject* object) const;
+    // The slot index of `key`, or -1.
+    int find(const char16_t* key) const;
+    // The slot index of a live entry with this id, or -1.
+    int liveSlot(unsigned int id) const;
+    KvRxObject* replaceValue(int slot, KvRxObject* object);
+    KvRxObject* removeSlot(int slot);
+    bool resetSlotKey(int slot, const char16_t* newKey);
+    bool takenInIndex(const KvRxString* key) const;
+    void setLength(int n);
+    void reserve(int n);
+    int firstFreeSlot() const;
+    KvRxString* makeKey(const char16_t* text) const;
+
+    Entries entries;
+    SortedIndex* sortedIndex;
+    const KvRxClass* restrictTo;
+    bool deleteObjects;
+    bool caseSensitive;
+};
+
+// Walks a dictionary by id, or a sorted one in key order. Doesn't own the dictionary.
+// In an id-order walk the entry under the iterator may be removed: its slot reads as
+// free and next() moves on.
+class KvRxDictionaryImpIterator : public KvRxDictionaryIterator {
+    KVRX_DECLARE_MEMBERS(KvRxDictionaryImpIterator);
+
+public:
+    KvRxDictionaryImpIterator(KvRxDictionaryImp* dictionary, bool idOrder);
+    bool done() const override;
+    bool next() override;
+    KvRxObject* object() const override;
+    const char16_t* key() const override;
+    unsigned int id() const override;
+
+private:
+    // The slot under the iterator, or -1 when done.
+    int currentSlot() const;
+    void skipFreeSlots();
+
+    KvRxDictionaryImp* dictionary;
+    bool idOrder;
+    int slot;  // index in the entry array when idOrder; the array's length at the end
+    KvRxDictionaryImp::SortedIndex::iterator node;
+};

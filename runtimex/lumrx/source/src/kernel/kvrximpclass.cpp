@@ -1,0 +1,267 @@
+#include "kernel/kvrximpclass.h"
+
+#include "kernel/kvrxcrashrecord.h"
+#include "kernel/kvrxmoduleglobal.h"
+#include "kvarray.h"
+#include "kvrxdynloadmoduleproxy.h"
+
+namespace {
+
+// Classes waiting for the next walk, strictly in order of arrival.
+KvArray<KvRxClass*> gDoomedClasses;
+// Classes whose checked destruction failed: out of the dictionary, not destroyed,
+// kept here so that shut-down still frees them.
+KvArray<KvRxClass*> gAbandonedClasses;
+// Read by destruction; false only during the final walk of shut-down.
+bool gCheckOrder = true;
+
+const unsigned kSubClassNamesSize = 260;
+
+KvRxDictionary* classDictionary() {
+    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    return g ? g->classDictionary : nullptr;
+}
+
+// The module whose first message is under way, if the host knows one.
+KvRxDynLoadModuleProxy* initialisingModule() {
+    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
+    KvDbHostRuntime* runtime = host ? host->hostRuntime() : nullptr;
+    KvRxDynLoadModuleProxy* proxy = runtime ? runtime->currentModule() : nullptr;
+    return proxy && proxy->initialising() ? proxy : nullptr;
+}
+
+KvRxObject* nullPseudoConstructor() { return nullptr; }
+
+}  // namespace
+
+KvRxImpClass::KvRxImpClass(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor)
+    : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
+      m_rxClass(rxClass) {}
+
+bool KvRxImpClass::copyNames(const Registration& r) {
+    m_className = _lumStrdup(r.name);
+    m_parentName = _lumStrdup(r.parentName);
+    m_dxfName = _lumStrdup(r.dxfName);
+    m_appName = _lumStrdup(r.appName);
+    return m_className && (m_parentName || !r.parentName) && (m_dxfName || !r.dxfName) &&
+           (m_appName || !r.appName);
+}
+
+KvRxClass* KvRxImpClass::registerClass(const Registration& r, KvRxClass* rxClass) {
+    KvRxDictionary* classes = classDictionary();
+    if (!r.name || !*r.name || !classes) return nullptr;
+
+    bool made = rxClass == nullptr;
+    if (made) rxClass = new KvRxClass();
+    void* block = _lumMalloc(sizeof(KvRxImpClass));
+    KvRxImpClass* impl = block ? ::new (block) KvRxImpClass(rxClass, r.pseudoConstructor) : nullptr;
+    if (impl && !impl->copyNames(r)) {
+        delete impl;
+        impl = nullptr;
+    }
+    if (!impl) {
+        if (made) delete rxClass;
+        return nullptr;
+    }
+    impl->m_version = r.version;
+    impl->m_maintenanceVersion = r.maintenanceVersion;
+    impl->m_proxyFlags = r.proxyFlags;
+    impl->m_feature = r.feature;
+    impl->m_appNameCallback = r.appNameCallback;
+    impl->m_memberBuilder = r.memberBuilder;
+    impl->m_memberBuilderData = r.memberBuilderData;
+    rxClass->m_impl = impl;
+
+    unsigned id = 0;
+    if (KvRxObject* taken = classes->atPut(r.name, rxClass, id)) {
+        // The name belongs to another class: give it back its entry, drop the new one.
+        classes->atPut(r.name, taken, id);
+        if (made) {
+            delete rxClass;
+        } else {
+            rxClass->m_impl = nullptr;
+            delete impl;
+        }
+        KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
+    }
+    impl->m_module = initialisingModule();
+    return rxClass;
+}
+
+KvRxImpClass::~KvRxImpClass() {
+    delete m_children;
+    _lumStrdupFree(m_parentName);
+    _lumStrdupFree(m_className);
+    _lumStrdupFree(m_dxfName);
+    _lumStrdupFree(m_appName);
+    delete m_contextMenus;
+}
+
+KvRxObject* KvRxImpClass::create() { return m_pseudoConstructor(); }
+
+void KvRxImpClass::getClassVersion(int& version, int& maintenanceVersion) const {
+    version = m_version;
+    maintenanceVersion = m_maintenanceVersion;
+}
+
+bool KvRxImpClass::isDerivedFrom(const KvRxClass* other) const {
+    if (!other) return false;
+    for (const KvRxClass* c = m_rxClass; c; c = c->m_impl->m_parent)
+        if (c == other) return true;
+    return false;
+}
+
+KvRx::Ordering KvRxImpClass::comparedTo(const KvRxObject* other) const {
+    if (!other) return KvRx::kNotOrderable;
+    if (other == m_rxClass) return KvRx::kEqual;
+    const KvRxClass* otherClass = KvRxClass::cast(other);
+    if (!otherClass) return KvRx::kNotOrderable;
+    KvRxString mine(m_className, false), theirs(otherClass->name(), false);
+    return mine.comparedTo(&theirs);
+}
+
+const char16_t* KvRxImpClass::moduleNameForRecord() const {
+    const char16_t* name = m_module ? m_module->moduleName() : nullptr;
+    return name ? name : u"";
+}
+
+void KvRxImpClass::link() {
+    if (!m_parentName) return;
+    KvRxDictionary* classes = classDictionary();
+    KvRxClass* parent = classes ? KvRxClass::cast(classes->at(m_parentName)) : nullptr;
+    // A parent that is this class or below it would close a loop in the tree.
+    if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
+    if (!parent) {
+        kvrxRecordLine(u"Regist rxclass ModuleName: %s, ParentClassName: %s , ClassName: %s !!!",
+                       moduleNameForRecord(), m_parentName, m_className);
+        KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
+    }
+    KvRxImpClass* parentImpl = parent->m_impl;
+    if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
+    parentImpl->m_children->append(m_rxClass);
+    m_parent = parent;
+    _lumStrdupFree(m_parentName);
+    m_parentName = nullptr;
+}
+
+void KvRxImpClass::recordChildrenLine() const {
+    char16_t names[kSubClassNamesSize] = {};
+    unsigned used = 0;
+    KvRxIterator* it = m_children->newIterator();
+    for (; !it->done(); it->next()) {
+        const KvRxClass* child = KvRxClass::cast(it->object());
+        const char16_t* name = child ? child->name() : u"";
+        unsigned n = LumCharOp::length(name);
+        if (used + n + 2 > kSubClassNamesSize) break;
+        LumCharOp::copy(names + used, name, n);
+        used += n;
+        names[used++] = u',';
+    }
+    delete it;
+    names[used] = 0;
+    kvrxRecordLine(u"ModuleName: %s, ClassName: %s , SubClassNames: %s ", moduleNameForRecord(),
+                   m_className ? m_className : u"", names);
+}
+
+void KvRxImpClass::checkedDetach() {
+    if (m_children && !m_children->isEmpty()) {
+        recordChildrenLine();
+        KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
+    }
+    if (m_parent && m_parent->m_impl->m_children) {
+        if (!m_parent->m_impl->m_children->remove(m_rxClass))
+            KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
+    }
+}
+
+KvRxImpClass* KvRxImpClass::getImplRxClass(KvRxClass* aClass) {
+    return aClass ? aClass->m_impl : nullptr;
+}
+
+int KvRxImpClass::getDoomedRxClassCount() { return gDoomedClasses.length(); }
+
+const KvRxClass* KvRxImpClass::getDoomedRxClass(int index) {
+    return unsigned(index) < unsigned(gDoomedClasses.length()) ? gDoomedClasses[index] : nullptr;
+}
+
+void KvRxImpClass::doom(KvRxClass* aClass) {
+    if (aClass) gDoomedClasses.append(aClass);
+}
+
+void KvRxImpClass::doomAbandonedClasses() {
+    for (int i = 0; i < gAbandonedClasses.length(); ++i) gDoomedClasses.append(gAbandonedClasses[i]);
+    gAbandonedClasses.removeAll();
+}
+
+void KvRxImpClass::destroyDoomedRxClasses(bool checkOrder) {
+    bool saved = gCheckOrder;
+    gCheckOrder = checkOrder;
+    for (int i = 0; i < gDoomedClasses.length(); ++i) destroyGuarded(gDoomedClasses[i]);
+    gDoomedClasses.removeAll();
+    gCheckOrder = saved;
+}
+
+void KvRxImpClass::destroyGuarded(KvRxClass* aClass) {
+    static const char16_t kFaultText[] =
+        u"Exception(SE) has happend in destroyDoomedRxClasses function.";
+    try {
+        KvRxDictionary* classes = classDictionary();
+        // Only this class's own entry leaves: a class of the same name registered since
+        // it was abandoned keeps its place.
+        if (classes && classes->at(aClass->name()) == aClass) classes->remove(aClass->name());
+        if (gCheckOrder) aClass->m_impl->checkedDetach();
+        delete aClass;
+        return;
+    } catch (LumException* e) {
+        recordFault(unsigned(e->code()), e, kFaultText, __LINE__);
+        delete e;
+    } catch (...) {
+        recordFault(0, nullptr, kFaultText, __LINE__);
+    }
+    gAbandonedClasses.append(aClass);
+}
+
+void KvRxImpClass::recordFault(unsigned code, const void* data, const char16_t* text, int line) {
+    if (LumCrashRecorder* recorder = kvrxCrashRecorder()) {
+        recorder->recordFault(code, data, text, line);
+        recorder->flushRecord();
+    }
+}
+
+int KvRxImpClass::findContextMenu(const KvRxObject* object) const {
+    if (!m_contextMenus) return -1;
+    for (int i = 0; i < m_contextMenus->length(); ++i)
+        if (m_contextMenus->at(i).object == object) return i;
+    return -1;
+}
+
+bool KvRxImpClass::addObjectContextMenu(const KvRxObject* object, const void* menu) {
+    if (!object || findContextMenu(object) >= 0) return false;
+    if (!m_contextMenus) {
+        m_contextMenus = new LumVector<ContextMenu>();
+        m_contextMenus->reserve(2);
+        m_contextMenus->setGrowLength(4);
+    }
+    m_contextMenus->append(ContextMenu{object, menu});
+    return true;
+}
+
+bool KvRxImpClass::removeObjectContextMenu(const KvRxObject* object) {
+    int index = object ? findContextMenu(object) : -1;
+    if (index < 0) return false;
+    m_contextMenus->removeAt(index);
+    return true;
+}
+
+int KvRxImpClass::numOfObjectContextMenu() const {
+    return m_contextMenus ? m_contextMenus->length() : 0;
+}
+
+void KvRxImpClass::getObjectContextMenuAt(int index, KvRxObject*& object, void** menu) const {
+    object = nullptr;
+    if (menu) *menu = nullptr;
+    if (!m_contextMenus || index < 0 || index >= m_contextMenus->length()) return;
+    const ContextMenu& entry = m_contextMenus->at(index);
+    object = const_cast<KvRxObject*>(entry.object);
+    if (menu) *menu = const_cast<void*>(entry.menu);
+}

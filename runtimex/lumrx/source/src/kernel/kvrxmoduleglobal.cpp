@@ -1,0 +1,131 @@
+#include "kvrxmoduleglobal.h"
+
+#include "collections/kvrxdictionaryimp.h"
+#include "kernel/kvrximpclass.h"
+#include "kvrxcollection.h"
+#include "lumosbase.h"
+
+namespace {
+
+KvRxModuleGlobal* gInstance = nullptr;
+KvDbHostApplicationServices* gHost = nullptr;
+
+// The classes that start-up registers, in their fixed order: the root first, the
+// class of classes second, the key string third.
+void (*const kStartupClasses[])() = {
+    &KvRxObject::rxInit,
+    &KvRxClass::rxInit,
+    &KvRxString::rxInit,
+    &KvRxDictionary::rxInit,
+    &KvRxDictionaryImp::rxInit,
+    &KvRxIterator::rxInit,
+    &KvRxDictionaryIterator::rxInit,
+    &KvRxDictionaryImpIterator::rxInit,
+    &KvRxIterable::rxInit,
+    &KvRxGenericCollection::rxInit,
+    &KvRxLinkedList::rxInit,
+    &KvRxLinkedListIterator::rxInit,
+};
+
+}  // namespace
+
+KvRxModuleGlobal* KvRxModuleGlobal::GetInstance() { return gInstance; }
+
+char16_t* kvrxFormatAlloc(const char16_t* prefix, const char16_t* format, va_list args) {
+    va_list counting;
+    va_copy(counting, args);
+    int needed = LumCharOp::formattedLength(format, counting);
+    va_end(counting);
+    if (needed < 0) return nullptr;
+    unsigned prefixLength = LumCharOp::length(prefix);
+    auto* text = static_cast<char16_t*>(_lumMalloc((prefixLength + size_t(needed) + 1) * sizeof(char16_t)));
+    if (!text) return nullptr;
+    LumCharOp::copy(text, prefix ? prefix : u"", prefixLength);
+    LumCharOp::format(text + prefixLength, format, args);
+    return text;
+}
+
+void KvRxModuleGlobal::fatalErrorV(const char16_t* format, va_list args) {
+    char16_t* text = format ? kvrxFormatAlloc(nullptr, format, args) : nullptr;
+    // The exception keeps its own copy of the message, so the buffer goes now.
+    auto* e = new LumExceptionWithMsg("", 0, text ? text : (format ? format : u"Error abort!"));
+    _lumFree(text);
+    if (LumCrashRecorder* recorder = kvoreGetCrashRecorder()) recorder->recordException(e);
+    throw e;
+}
+
+void KvRxModuleGlobal::fatalError(const char16_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    fatalErrorV(format, args);
+}
+
+void KvRxModuleGlobal::fatalStatus() {
+    fatalError(u"Rx module fatal error, code is %d", int(Kvore::eWrongObjectType));
+}
+
+void kvrx_abort(const char16_t* format, ...) {
+    va_list args;
+    va_start(args, format);
+    KvDbHostApplicationServices* host = gHost;
+    if (!host) KvRxModuleGlobal::fatalErrorV(format, args);  // never returns; va_end unneeded
+    if (!format) {
+        va_end(args);
+        host->fatalError(nullptr);
+        return;
+    }
+    char16_t* text = kvrxFormatAlloc(u"!", format, args);
+    va_end(args);
+    host->fatalError(text ? text : u"!");
+    _lumFree(text);
+}
+
+Kvore::ErrorStatus kvdbSetHostApplicationServices(KvDbHostApplicationServices* host) {
+    gHost = host;
+    return Kvore::eOk;
+}
+
+KvDbHostApplicationServices* kvdbHostApplicationServices() { return gHost; }
+
+KvRxDictionary* kvrxSysRegistry() { return gInstance ? gInstance->systemRegistry : nullptr; }
+
+KvRxClass* kvrxFindKvRxClass(const char16_t* name) {
+    if (!name || !*name || !gInstance) return nullptr;
+    return KvRxClass::cast(gInstance->classDictionary->at(name));
+}
+
+void InitializeKvRxSystem() {
+    if (gInstance) KvRxModuleGlobal::fatalError(u"KvRxModuleGlobal has initialized already!!!");
+    gInstance = new KvRxModuleGlobal();
+    unsigned id = 0;
+    gInstance->systemRegistry = KvRxDictionaryImp::createDictionary(0, false, false, true, nullptr);
+    gInstance->classDictionary = KvRxDictionaryImp::createDictionary(256, false, true, true, nullptr);
+    gInstance->systemRegistry->atPut(u"ClassDictionary", gInstance->classDictionary, id);
+
+    // The class dictionary must exist before any rxInit; parents are linked at the end.
+    for (auto rxInit : kStartupClasses) rxInit();
+    kvrxBuildClassHierarchy();
+}
+
+void UninitializeKvRxSystem() {
+    KvRxModuleGlobal* instance = gInstance;
+    KvRxDictionary* classes = instance->classDictionary;
+
+    // What modules doomed goes first, with the order checks on.
+    KvRxImpClass::destroyDoomedRxClasses(true);
+
+    // Everything left is doomed in name order and goes with the checks off, since the
+    // whole tree goes at once.
+    KvRxDictionaryIterator* it = classes->newIterator(kDictSorted);
+    for (; !it->done(); it->next())
+        if (KvRxClass* c = KvRxClass::cast(it->object())) deleteKvRxClass(c);
+    KvRxImpClass::destroyDoomedRxClasses(false);
+
+    delete classes;
+    instance->classDictionary = nullptr;
+    delete instance->systemRegistry;
+    instance->systemRegistry = nullptr;
+    delete instance;
+    gInstance = nullptr;
+    delete it;
+}

@@ -1,0 +1,26 @@
+// Files and directories on POSIX, behind names that say what they do.
+// Paths are 16-bit texts; they reach the file system as UTF-8.
+#pragma once
+
+#include <string>
+
+namespace lumplatform {
+
+constexpr unsigned kNoAttributes = 0xFFFFFFFFu;
+constexpr unsigned kAttributeReadOnly = 0x01;
+constexpr unsigned kAttributeDirectory = 0x10;
+constexpr unsigned kAttributeNormal = 0x80;
+
+// The current directory of the process, or empty if it can't be read.
+std::u16string currentDirectory();
+// Changes the current directory; false if it can't.
+bool setCurrentDirectory(const std::u16string& path);
+// The attribute word of a file: directory bit, read-only bit (not writable by this
+// process) or normal; kNoAttributes if the file can't be asked.
+unsigned fileAttributes(const std::u16string& path);
+// The absolute, normal form of `path`: relative to the current directory, "." and ".."
+// resolved and repeated separators folded; symbolic links are followed for the part of
+// the path that exists, so one file gives one text. Empty on failure.
+std::u16string fullPathName(const std::u16string& path);
+
+}  // namespace lumplatform

@@ -1,0 +1,15 @@
+// Shared libraries: open, look up, close.
+#pragma once
+
+#include <string>
+
+namespace lumplatform {
+
+// Opens a library by path or by bare name (then the dynamic loader's own search
+// applies); a name ending in ".dll" is taken as the same name ending in ".so".
+// Null if it can't be opened.
+void* openLibrary(const std::u16string& name);
+void closeLibrary(void* handle);
+void* librarySymbol(void* handle, const char* symbol);
+
+}  // namespace lumplatform

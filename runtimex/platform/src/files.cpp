@@ -1,0 +1,79 @@
+#include "lumplatform/files.h"
+#include "lumplatform/text.h"
+
+#include <climits>
+#include <cstdlib>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+namespace lumplatform {
+
+std::u16string currentDirectory() {
+    std::vector<char> buf(PATH_MAX);
+    if (!getcwd(buf.data(), buf.size())) return {};
+    return fromUtf8(buf.data());
+}
+
+bool setCurrentDirectory(const std::u16string& path) {
+    return !path.empty() && chdir(toUtf8(path).c_str()) == 0;
+}
+
+unsigned fileAttributes(const std::u16string& path) {
+    if (path.empty()) return kNoAttributes;
+    std::string p = toUtf8(path);
+    struct stat st;
+    if (stat(p.c_str(), &st) != 0) return kNoAttributes;
+    unsigned attrs = 0;
+    if (S_ISDIR(st.st_mode)) attrs |= kAttributeDirectory;
+    if (access(p.c_str(), W_OK) != 0) attrs |= kAttributeReadOnly;
+    return attrs ? attrs : kAttributeNormal;
+}
+
+// Folds "." and ".." and repeated separators of an absolute path, lexically.
+static std::string normalise(const std::string& absolute) {
+    std::vector<std::string> parts;
+    size_t i = 0;
+    while (i < absolute.size()) {
+        size_t j = absolute.find('/', i);
+        if (j == std::string::npos) j = absolute.size();
+        std::string part = absolute.substr(i, j - i);
+        if (part == "..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != ".") {
+            parts.push_back(part);
+        }
+        i = j + 1;
+    }
+    std::string out;
+    for (const auto& p : parts) out += "/" + p;
+    return out.empty() ? "/" : out;
+}
+
+std::u16string fullPathName(const std::u16string& path) {
+    if (path.empty()) return {};
+    std::string p = toUtf8(path);
+    if (p[0] != '/') {
+        std::u16string cwd = currentDirectory();
+        if (cwd.empty()) return {};
+        p = toUtf8(cwd) + "/" + p;
+    }
+    p = normalise(p);
+    // Follow links for the longest leading part that exists.
+    std::string head = p, tail;
+    while (true) {
+        char* real = realpath(head.c_str(), nullptr);
+        if (real) {
+            std::string r = real;
+            std::free(real);
+            if (tail.empty()) return fromUtf8(r);
+            return fromUtf8(r == "/" ? tail : r + tail);
+        }
+        size_t cut = head.find_last_of('/');
+        if (cut == std::string::npos || head == "/") return fromUtf8(p);
+        tail = head.substr(cut) + tail;
+        head = cut == 0 ? "/" : head.substr(0, cut);
+    }
+}
+
+}  // namespace lumplatform

@@ -1,0 +1,31 @@
+#include "lumplatform/library.h"
+#include "lumplatform/text.h"
+
+#include <dlfcn.h>
+
+namespace lumplatform {
+
+static std::string systemLibraryName(const std::u16string& name) {
+    std::string n = toUtf8(name);
+    if (n.size() > 4) {
+        std::string ext = n.substr(n.size() - 4);
+        for (char& c : ext) c = char(c >= 'A' && c <= 'Z' ? c + 32 : c);
+        if (ext == ".dll") n = n.substr(0, n.size() - 4) + ".so";
+    }
+    return n;
+}
+
+void* openLibrary(const std::u16string& name) {
+    if (name.empty()) return nullptr;
+    return dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+}
+
+void closeLibrary(void* handle) {
+    if (handle) dlclose(handle);
+}
+
+void* librarySymbol(void* handle, const char* symbol) {
+    return handle && symbol ? dlsym(handle, symbol) : nullptr;
+}
+
+}  // namespace lumplatform

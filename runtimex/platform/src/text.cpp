@@ -1,0 +1,100 @@
+#include "lumplatform/text.h"
+
+#include <unicode/uchar.h>
+#include <unicode/ucol.h>
+#include <unicode/ustring.h>
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <clocale>
+#include <mutex>
+#include <string>
+
+namespace lumplatform {
+
+char16_t toUpperUnit(char16_t c) {
+    if (U16_IS_SURROGATE(c)) return c;
+    UChar32 u = u_toupper(c);
+    return u <= 0xFFFF ? char16_t(u) : c;
+}
+
+char16_t toLowerUnit(char16_t c) {
+    if (U16_IS_SURROGATE(c)) return c;
+    UChar32 u = u_tolower(c);
+    return u <= 0xFFFF ? char16_t(u) : c;
+}
+
+char16_t foldCaseUnit(char16_t c) {
+    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
+    if (U16_IS_SURROGATE(c)) return c;
+    UChar32 u = u_foldCase(c, U_FOLD_CASE_DEFAULT);
+    return u <= 0xFFFF ? char16_t(u) : c;
+}
+
+// One collator per locale name; made again when the process locale changes.
+static int collateWith(const char16_t* a, const char16_t* b, bool ignoreCase) {
+    static std::mutex lock;
+    static std::string localeName;
+    static UCollator* collator = nullptr;
+    std::lock_guard<std::mutex> guard(lock);
+    const char* now = std::setlocale(LC_COLLATE, nullptr);
+    std::string name = now ? now : "C";
+    if (!collator || name != localeName) {
+        if (collator) ucol_close(collator);
+        UErrorCode status = U_ZERO_ERROR;
+        std::string icuName = (name == "C" || name == "POSIX") ? "en_US_POSIX" : name.substr(0, name.find('.'));
+        collator = ucol_open(icuName.c_str(), &status);
+        if (U_FAILURE(status)) {
+            status = U_ZERO_ERROR;
+            collator = ucol_open("", &status);
+        }
+        localeName = name;
+    }
+    if (!collator) return u_strcmp(reinterpret_cast<const UChar*>(a), reinterpret_cast<const UChar*>(b));
+    UErrorCode status = U_ZERO_ERROR;
+    ucol_setStrength(collator, ignoreCase ? UCOL_SECONDARY : UCOL_TERTIARY);
+    (void)status;
+    return ucol_strcoll(collator, reinterpret_cast<const UChar*>(a), -1, reinterpret_cast<const UChar*>(b), -1);
+}
+
+int collate(const char16_t* a, const char16_t* b, bool ignoreCase) {
+    return collateWith(a ? a : u"", b ? b : u"", ignoreCase);
+}
+
+std::string toUtf8(const std::u16string& text) {
+    std::string out;
+    out.reserve(text.size());
+    for (size_t i = 0; i < text.size();) {
+        UChar32 c;
+        U16_NEXT(text.data(), i, text.size(), c);
+        if (U_IS_SURROGATE(c)) c = 0xFFFD;
+        uint8_t buf[4];
+        int32_t n = 0;
+        UBool err = false;  // cannot fail: the buffer holds any code point
+        U8_APPEND(buf, n, 4, c, err);
+        (void)err;
+        out.append(reinterpret_cast<char*>(buf), size_t(n));
+    }
+    return out;
+}
+
+std::u16string fromUtf8(const std::string& text) {
+    std::u16string out;
+    out.reserve(text.size());
+    const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    int32_t len = int32_t(text.size());
+    for (int32_t i = 0; i < len;) {
+        UChar32 c;
+        U8_NEXT(s, i, len, c);
+        if (c < 0) c = 0xFFFD;
+        if (c <= 0xFFFF) {
+            out.push_back(char16_t(c));
+        } else {
+            out.push_back(char16_t(U16_LEAD(c)));
+            out.push_back(char16_t(U16_TRAIL(c)));
+        }
+    }
+    return out;
+}
+
+}  // namespace lumplatform
