@@ -1,0 +1,365 @@
+// Run-time classes: boilerplate, registration, linking, the doomed-class walk and
+// context menus.
+#include "kernel/kvrximpclass.h"
+#include "kernel/kvrxmoduleglobal.h"
+#include "kvrxdynloadmoduleproxy.h"
+#include "testsupport.h"
+
+#include <memory>
+
+using lumtest::RecordingCrashRecorder;
+using lumtest::utf8;
+
+namespace {
+
+const char kFaultText[] = "Exception(SE) has happend in destroyDoomedRxClasses function.";
+
+// A class with a factory whose copyFrom works, so that clone can succeed.
+class TestShape : public KvRxObject {
+    KVRX_DECLARE_MEMBERS(TestShape);
+
+public:
+    static int live;
+    int size = 0;
+    TestShape() { ++live; }
+    ~TestShape() override { --live; }
+    Kvore::ErrorStatus copyFrom(const KvRxObject* other) override {
+        const TestShape* shape = TestShape::cast(other);
+        if (!shape) return Kvore::eWrongObjectType;
+        size = shape->size;
+        return Kvore::eOk;
+    }
+    static KvRxObject* make() { return new TestShape(); }
+};
+int TestShape::live = 0;
+KVRX_DEFINE_MEMBERS(TestShape, u"TestShape", u"OvRxObject");
+
+// A class with a factory but the root's copyFrom: clone must fail and free the copy.
+class TestOpaque : public KvRxObject {
+    KVRX_DECLARE_MEMBERS(TestOpaque);
+
+public:
+    static KvRxObject* make() { return new TestOpaque(); }
+};
+KVRX_DEFINE_MEMBERS(TestOpaque, u"TestOpaque", u"OvRxObject");
+
+// A class that nothing registers: its isA stays null.
+class TestUnregistered : public KvRxObject {
+    KVRX_DECLARE_MEMBERS(TestUnregistered);
+};
+KVRX_DEFINE_MEMBERS_WITH(TestUnregistered, u"TestUnregistered", u"OvRxObject", kvrxDescShort, u"");
+
+class ClassTree : public lumtest::RuntimeTest {
+protected:
+    // Registers a test class unless an earlier test of the process did.
+    static void registerOnce(const char16_t* name, KvRxPseudoConstructor make) {
+        if (!kvrxFindKvRxClass(name)) newKvRxClass(name, u"OvRxObject", 0, make);
+        kvrxBuildClassHierarchy();
+    }
+    static KvRxImpClass* imp(KvRxClass* c) { return KvRxImpClass::getImplRxClass(c); }
+    // Destroys what the test doomed, with the order checks on.
+    void TearDown() override { KvRxImpClass::destroyDoomedRxClasses(true); }
+};
+
+TEST_F(ClassTree, BoilerplateCastAndKindFollowTheRegisteredTree) {
+    registerOnce(u"TestShape", &TestShape::make);
+    ASSERT_NE(TestShape::desc(), nullptr);
+
+    TestShape shape;
+    TestUnregistered stranger;
+    EXPECT_EQ(KvRxObject::cast(&shape), &shape);
+    EXPECT_EQ(KvRxObject::cast(nullptr), nullptr);
+    EXPECT_EQ(TestShape::cast(&shape), &shape);
+    EXPECT_EQ(TestShape::cast(nullptr), nullptr);
+    EXPECT_EQ(KvRxDictionary::cast(&shape), nullptr);
+    EXPECT_EQ(TestShape::cast(&stranger), nullptr);
+    EXPECT_TRUE(shape.isKindOf(KvRxObject::desc()));
+    EXPECT_TRUE(shape.isKindOf(TestShape::desc()));
+    EXPECT_FALSE(shape.isKindOf(KvRxClass::desc()));
+    EXPECT_EQ(stranger.isA(), nullptr);
+    EXPECT_FALSE(stranger.isKindOf(KvRxObject::desc())) << "a class without a descriptor is no kind";
+}
+
+TEST_F(ClassTree, RootDefaultsCloneCompareAndCopy) {
+    registerOnce(u"TestShape", &TestShape::make);
+    registerOnce(u"TestOpaque", &TestOpaque::make);
+
+    TestShape shape;
+    shape.size = 7;
+    std::unique_ptr<KvRxObject> copy(shape.clone());
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(TestShape::cast(copy.get())->size, 7);
+    copy.reset();
+
+    TestOpaque opaque;
+    EXPECT_EQ(opaque.clone(), nullptr) << "copyFrom of the root gives 1";
+    EXPECT_EQ(opaque.copyFrom(&shape), Kvore::eNotImplemented);
+    EXPECT_TRUE(opaque.isEqualTo(&opaque));
+    EXPECT_FALSE(opaque.isEqualTo(&shape));
+    EXPECT_EQ(opaque.comparedTo(&opaque), KvRx::kNotOrderable);
+
+    TestUnregistered stranger;
+    EXPECT_EQ(stranger.clone(), nullptr);
+    EXPECT_EQ(TestShape::live, 1) << "every clone made on the way was freed";
+}
+
+TEST_F(ClassTree, SecondRxInitIsHarmlessAndAStalePointerIsReported) {
+    lumtest::FakeHost host;
+    RecordingCrashRecorder recorder;
+    KvRxClass* before = KvRxString::desc();
+    KvRxString::rxInit();
+    EXPECT_EQ(KvRxString::desc(), before);
+    EXPECT_TRUE(host.fatalErrors.empty());
+    EXPECT_TRUE(recorder.lines.empty());
+
+    // A static pointer that disagrees with the dictionary: abort, then the fresh
+    // registration finds the name taken.
+    if (!kvrxFindKvRxClass(u"TestShape")) TestShape::rxInit();
+    KvRxClass* registered = TestShape::desc();
+    TestShape::gpDesc = KvRxString::desc();
+    EXPECT_LUM_THROW(TestShape::rxInit(), "Try to regist a rxclass which is already registed!!");
+    ASSERT_EQ(host.fatalErrors.size(), 1u);
+    EXPECT_EQ(utf8(host.fatalErrors[0]), "!");
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestShape"), registered) << "the registered class keeps its name";
+    TestShape::gpDesc = registered;
+}
+
+TEST_F(ClassTree, RootRxInitTwiceIsFatal) {
+    EXPECT_LUM_THROW(KvRxObject::rxInit(), "RX-Root class has already existed!!");
+    EXPECT_EQ(kvrxFindKvRxClass(u"OvRxObject"), KvRxObject::desc());
+}
+
+TEST_F(ClassTree, RegistrationRefusesEmptyAndTakenNames) {
+    EXPECT_EQ(newKvRxClass(nullptr, u"OvRxObject"), nullptr);
+    EXPECT_EQ(newKvRxClass(u"", u"OvRxObject"), nullptr);
+
+    KvRxClass* first = newKvRxClass(u"TestTaken", u"OvRxObject", 3);
+    unsigned id = KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken");
+    EXPECT_LUM_THROW(newKvRxClass(u"testTAKEN", u"OvRxObject"),
+                     "Try to regist a rxclass which is already registed!!");
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestTaken"), first);
+    EXPECT_EQ(KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken"), id);
+    EXPECT_EQ(first->proxyFlags(), 3);
+    kvrxBuildClassHierarchy();
+}
+
+TEST_F(ClassTree, RegistrationStoresWhatItIsGiven) {
+    auto callback = [](const KvRxClass*, char16_t*&, int) {};
+    KvRxClass* c = newKvRxClassWithFeature(u"TestFull", u"OvRxObject", 4, 5, 6, 7, nullptr,
+                                           u"TESTDXF", u"TestApp", callback);
+    ASSERT_NE(c, nullptr);
+    int version = 0, maintenance = 0;
+    c->getClassVersion(version, maintenance);
+    EXPECT_EQ(version, 4);
+    EXPECT_EQ(maintenance, 5);
+    EXPECT_EQ(c->proxyFlags(), 7);
+    EXPECT_EQ(utf8(c->name()), "TestFull");
+    EXPECT_EQ(utf8(c->dxfName()), "TESTDXF");
+    EXPECT_EQ(utf8(c->appName()), "TestApp");
+    EXPECT_EQ(c->appNameCallbackPtr(), static_cast<KvRxAppNameCallback>(callback));
+    EXPECT_EQ(c->create(), nullptr) << "no factory, no object";
+    EXPECT_EQ(c->members(), nullptr);
+    EXPECT_EQ(c->descendants(), nullptr);
+    EXPECT_EQ(kvrxQueueClassForInitialization(c), 0);
+    kvrxBuildClassHierarchy();
+}
+
+TEST_F(ClassTree, MissingParentIsRecordedAndFatalUntilItComes) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* orphan = newKvRxClass(u"TestOrphan", u"TestLateParent");
+    ASSERT_NE(orphan, nullptr) << "the parent isn't looked at when registering";
+    EXPECT_EQ(orphan->myParent(), nullptr);
+    EXPECT_TRUE(orphan->isDerivedFrom(orphan)) << "a class knows itself before linking";
+    EXPECT_FALSE(orphan->isDerivedFrom(KvRxObject::desc()));
+
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    EXPECT_EQ(utf8(recorder.lines[0]),
+              "Regist rxclass ModuleName: , ParentClassName: TestLateParent , ClassName: TestOrphan !!!");
+
+    // The parent registers later, itself unlinked: the batch links both.
+    KvRxClass* parent = newKvRxClass(u"TestLateParent", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(orphan->myParent(), parent);
+    EXPECT_EQ(parent->myParent(), KvRxObject::desc());
+    EXPECT_TRUE(orphan->isDerivedFrom(KvRxObject::desc()));
+    EXPECT_TRUE(KvRxClass::isDerivedFrom(orphan, parent));
+    EXPECT_FALSE(KvRxClass::isDerivedFrom(nullptr, parent));
+    EXPECT_FALSE(orphan->isDerivedFrom(nullptr));
+
+    kvrxBuildClassHierarchy();  // nothing pending: a second batch changes nothing
+    EXPECT_EQ(orphan->myParent(), parent);
+    EXPECT_EQ(recorder.lines.size(), 1u);
+}
+
+TEST_F(ClassTree, ALoopOfParentsIsRefusedAsAWrongOrder) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* a = newKvRxClass(u"TestLoopA", u"TestLoopB");
+    KvRxClass* b = newKvRxClass(u"TestLoopB", u"TestLoopA");
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    // The sorted walk links A below B, then refuses to put B below A.
+    EXPECT_EQ(a->myParent(), b);
+    EXPECT_EQ(b->myParent(), nullptr);
+    EXPECT_EQ(recorder.lines.size(), 1u);
+    deleteKvRxClass(a);
+    deleteKvRxClass(b);
+    KvRxImpClass::destroyDoomedRxClasses(true);
+    EXPECT_TRUE(recorder.faults.empty());
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLoopB"), nullptr);
+}
+
+TEST_F(ClassTree, ComparedToOrdersByCaseSensitiveName) {
+    KvRxClass* lower = newKvRxClass(u"testcmp", u"OvRxObject");
+    KvRxClass* upper = newKvRxClass(u"TestCmpUpper", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(lower->comparedTo(lower), KvRx::kEqual);
+    EXPECT_NE(lower->comparedTo(upper), KvRx::kEqual);
+    EXPECT_EQ(upper->comparedTo(lower), KvRx::kLessThan) << "'T' sorts before 't'";
+    EXPECT_EQ(lower->comparedTo(nullptr), KvRx::kNotOrderable);
+    EXPECT_EQ(lower->comparedTo(kvrxSysRegistry()), KvRx::kNotOrderable);
+}
+
+TEST_F(ClassTree, DoomedClassesStayFoundUntilTheWalk) {
+    KvRxClass* c = newKvRxClass(u"TestDoomed", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    deleteKvRxClass(nullptr);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
+    deleteKvRxClass(c);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 1);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClass(0), c);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClass(1), nullptr);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClass(-1), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), c);
+    KvRxImpClass::destroyDoomedRxClasses(true);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), nullptr);
+}
+
+TEST_F(ClassTree, ChildrenBeforeParentsGoSilently) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* parent = newKvRxClass(u"TestParentOk", u"OvRxObject");
+    newKvRxClass(u"TestChildOk", u"TestParentOk");
+    kvrxBuildClassHierarchy();
+    deleteKvRxClass(kvrxFindKvRxClass(u"TestChildOk"));
+    deleteKvRxClass(parent);
+    KvRxImpClass::destroyDoomedRxClasses(true);
+    EXPECT_TRUE(recorder.lines.empty());
+    EXPECT_TRUE(recorder.faults.empty());
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestParentOk"), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestChildOk"), nullptr);
+}
+
+TEST_F(ClassTree, AParentBeforeItsChildrenIsRecordedAndTheWalkGoesOn) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* parent = newKvRxClass(u"TestParentBad", u"OvRxObject");
+    newKvRxClass(u"TestChildA", u"TestParentBad");
+    newKvRxClass(u"TestChildB", u"TestParentBad");
+    KvRxClass* bystander = newKvRxClass(u"TestBystander", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+
+    deleteKvRxClass(parent);
+    deleteKvRxClass(bystander);
+    KvRxImpClass::destroyDoomedRxClasses(true);
+
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    EXPECT_EQ(utf8(recorder.lines[0]),
+              "ModuleName: , ClassName: TestParentBad , SubClassNames: TestChildA,TestChildB, ");
+    ASSERT_EQ(recorder.faults.size(), 1u);
+    EXPECT_EQ(utf8(recorder.faults[0].text), kFaultText);
+    EXPECT_GE(recorder.flushes, 1);
+    EXPECT_EQ(recorder.exceptions.size(), 1u);
+    EXPECT_EQ(utf8(recorder.exceptions[0]), "Delete rx class in wrong order!!!");
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestParentBad"), nullptr) << "its name left the dictionary";
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestBystander"), nullptr) << "the walk went on";
+    KvRxClass* child = kvrxFindKvRxClass(u"TestChildA");
+    ASSERT_NE(child, nullptr);
+    EXPECT_EQ(child->myParent(), parent) << "the half-destroyed parent stays readable";
+}
+
+TEST_F(ClassTree, SubClassNamesStopBeforeTheBufferEnds) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* parent = newKvRxClass(u"TestWide", u"OvRxObject");
+    // Ten children of 39 characters: 40 units each with the comma; six fit in 260.
+    std::vector<std::u16string> names;
+    for (int i = 0; i < 10; ++i) {
+        std::u16string name = u"TestChildWithAVeryLongNameNumber000000";
+        name.push_back(char16_t(u'0' + i));
+        names.push_back(name);
+        newKvRxClass(name.c_str(), u"TestWide");
+    }
+    kvrxBuildClassHierarchy();
+    deleteKvRxClass(parent);
+    KvRxImpClass::destroyDoomedRxClasses(true);
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    std::u16string expected = u"ModuleName: , ClassName: TestWide , SubClassNames: ";
+    for (int i = 0; i < 6; ++i) expected += names[size_t(i)] + u",";
+    expected += u" ";
+    EXPECT_EQ(utf8(recorder.lines[0]), utf8(expected));
+}
+
+TEST_F(ClassTree, ClassesRegisteredDuringAModulesFirstMessageBelongToIt) {
+    lumtest::FakeHost host;
+    RecordingCrashRecorder recorder;
+    std::unique_ptr<KvRxDynLoadModuleProxy> proxy(KvRxDynLoadModuleProxy::makeProxy(nullptr));
+    proxy->setModuleName(u"/opt/mods/geometry.krx");
+    host.runtime.current = proxy.get();
+
+    KvRxClass* before = newKvRxClass(u"TestNotYetInit", u"OvRxObject");
+    proxy->setInitialising(true);
+    KvRxClass* owned = newKvRxClass(u"TestOwned", u"TestMissingForModule");
+    proxy->setInitialising(false);
+    host.withRuntime = false;
+    KvRxClass* hostless = newKvRxClass(u"TestHostless", u"OvRxObject");
+    host.withRuntime = true;
+
+    EXPECT_EQ(imp(before)->module(), nullptr);
+    EXPECT_EQ(imp(owned)->module(), proxy.get());
+    EXPECT_EQ(imp(hostless)->module(), nullptr);
+
+    // The module's name appears in the wrong-order line.
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    EXPECT_EQ(utf8(recorder.lines[0]),
+              "Regist rxclass ModuleName: /opt/mods/geometry.krx, ParentClassName: "
+              "TestMissingForModule , ClassName: TestOwned !!!");
+    newKvRxClass(u"TestMissingForModule", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    imp(owned)->setModule(nullptr);  // the proxy goes before the class
+}
+
+TEST_F(ClassTree, ContextMenusKeepOnePairPerObject) {
+    KvRxClass* c = newKvRxClass(u"TestMenus", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    KvRxImpClass* impl = imp(c);
+    TestUnregistered a, b, d;
+    int menuA = 1, menuB = 2, menuAgain = 3;
+
+    EXPECT_EQ(impl->numOfObjectContextMenu(), 0);
+    EXPECT_FALSE(impl->addObjectContextMenu(nullptr, &menuA));
+    EXPECT_TRUE(impl->addObjectContextMenu(&a, &menuA));
+    EXPECT_FALSE(impl->addObjectContextMenu(&a, &menuAgain)) << "one pair per object";
+    EXPECT_TRUE(impl->addObjectContextMenu(&b, &menuB));
+    EXPECT_TRUE(impl->addObjectContextMenu(&d, nullptr));
+    EXPECT_EQ(impl->numOfObjectContextMenu(), 3);
+
+    KvRxObject* object = &d;
+    void* menu = &menuAgain;
+    impl->getObjectContextMenuAt(0, object, &menu);
+    EXPECT_EQ(object, &a);
+    EXPECT_EQ(menu, &menuA) << "the first menu stays";
+    impl->getObjectContextMenuAt(3, object, &menu);
+    EXPECT_EQ(object, nullptr);
+    EXPECT_EQ(menu, nullptr);
+    impl->getObjectContextMenuAt(-1, object, nullptr);
+    EXPECT_EQ(object, nullptr);
+
+    EXPECT_FALSE(impl->removeObjectContextMenu(nullptr));
+    EXPECT_TRUE(impl->removeObjectContextMenu(&a));
+    EXPECT_FALSE(impl->removeObjectContextMenu(&a));
+    impl->getObjectContextMenuAt(0, object, &menu);
+    EXPECT_EQ(object, &b) << "the gap closes";
+    EXPECT_EQ(menu, &menuB);
+    EXPECT_EQ(impl->numOfObjectContextMenu(), 2);
+}
+
+}  // namespace
