@@ -43,12 +43,22 @@ int LumCharOp::compare(const char16_t* a, const char16_t* b) {
     return int(*a) - int(*b);
 }
 
+// ASCII folds here; only other units ask the platform's Unicode tables.
+static inline char16_t foldUnit(char16_t c) {
+    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
+    return lumplatform::foldCaseUnit(c);
+}
+
 int LumCharOp::compareNoCase(const char16_t* a, const char16_t* b) {
     if (!a) a = u"";
     if (!b) b = u"";
     for (;; ++a, ++b) {
-        char16_t ca = lumplatform::foldCaseUnit(*a), cb = lumplatform::foldCaseUnit(*b);
-        if (ca != cb || !ca) return int(ca) - int(cb);
+        if (*a == *b) {
+            if (!*a) return 0;
+            continue;
+        }
+        char16_t ca = foldUnit(*a), cb = foldUnit(*b);
+        if (ca != cb) return int(ca) - int(cb);
     }
 }
 
