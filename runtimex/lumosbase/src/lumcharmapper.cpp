@@ -1,0 +1,128 @@
+#include "lumosbase.h"
+
+#include "lumescape.h"
+#include "lumplatform/codepage.h"
+#include "lumplatform/text.h"
+
+#include <climits>
+#include <mutex>
+#include <string>
+
+namespace {
+
+// Gives `out` the `n` units (or bytes) of `data` and a terminating zero.
+template <class T>
+int fill(LumVector<T>& out, const T* data, size_t n) {
+    if (n >= size_t(INT_MAX)) lumThrowErrorStatus(6, __FILE__, __LINE__);
+    out.resize(int(n) + 1);
+    T* d = out.asArrayPtr();
+    if (n) std::memcpy(d, data, n * sizeof(T));
+    d[n] = 0;
+    return int(n);
+}
+
+// Writes the character of an escape at `r` to `*w` and moves `r` past the escape; false
+// when `r` holds none, or a MIF code its page can't give.
+bool resolveEscapeAt(const char16_t*& r, char16_t* w) {
+    if (r[0] != u'\\' || r[1] == 0 || r[2] != u'+') return false;
+    unsigned value;
+    LumCodePageMapper::code_page_id id;
+    if ((r[1] == u'U' || r[1] == u'u') && lumescape::parseCif(r, value)) {
+        *w = char16_t(value);
+        r += 7;
+        return true;
+    }
+    if ((r[1] == u'M' || r[1] == u'm') && lumescape::parseMif(r, value, id)) {
+        char16_t out = 0;
+        bool ok = LumCharMapper::codepageToUnicode(value, 8, id, out);
+        if (out == u'?') out = char16_t(value);  // unmappable: the raw code stands in
+        else if (!ok || out == 0) return false;
+        *w = out;
+        r += 8;
+        return true;
+    }
+    return false;
+}
+
+}  // namespace
+
+int LumCharMapper::resolveEscapes(char16_t* text) {
+    const char16_t* r = text;
+    char16_t* w = text;
+    while (*r) {
+        if (!resolveEscapeAt(r, w)) *w = *r++;
+        ++w;
+    }
+    *w = 0;
+    return int(w - r);
+}
+
+int LumCharMapper::multiByteToWideChar(LumCodePageMapper::code_page_id id, const char* text,
+                                       int byteCount, LumVector<char16_t>& out) {
+    unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
+    if (!cp || !text || byteCount < 0 || byteCount > (INT_MAX - 1) / 2) {
+        fill<char16_t>(out, nullptr, 0);
+        return -1;
+    }
+    // A byte gives at most one unit, except for pages that map a pair to a surrogate pair.
+    out.resize(2 * byteCount + 1);
+    char16_t* d = out.asArrayPtr();
+    int n = lumplatform::codePageToWide(cp, text, byteCount, d, 2 * byteCount);
+    if (n < 0) {
+        fill<char16_t>(out, nullptr, 0);
+        return -1;
+    }
+    d[n] = 0;
+    resolveEscapes(d);
+    int units = int(LumCharOp::length(d));
+    out.resize(units + 1);
+    return units;
+}
+
+int LumCharMapper::utf8ToUnicode(const char* text, int byteCount, LumVector<char16_t>& out) {
+    std::u16string wide;
+    if (text && byteCount > 0) wide = lumplatform::fromUtf8(std::string(text, size_t(byteCount)));
+    return fill(out, wide.c_str(), std::char_traits<char16_t>::length(wide.c_str()));
+}
+
+int LumCharMapper::unicodeToUtf8(const char16_t* wide, int unitCount, LumVector<char>& out) {
+    std::string bytes;
+    if (wide && unitCount > 0) bytes = lumplatform::toUtf8(std::u16string(wide, size_t(unitCount)));
+    return fill(out, bytes.c_str(), std::strlen(bytes.c_str()));
+}
+
+bool LumCharMapper::codepageToUnicode(unsigned code, int /*codeBytes*/,
+                                      LumCodePageMapper::code_page_id id, char16_t& out) {
+    unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
+    if (!cp || !lumplatform::isKnownCodePage(cp)) return false;
+    unsigned char bytes[2] = {(unsigned char)(code >> 8), (unsigned char)code};
+    bool single = bytes[0] == 0;
+    if (!lumplatform::codePageCharToUnit(cp, single ? bytes + 1 : bytes, single ? 1 : 2, out))
+        out = u'?';
+    return true;
+}
+
+bool LumCharMapper::isLeadByte(unsigned char byte, LumCodePageMapper::code_page_id id) {
+    struct Table {
+        std::once_flag once;
+        bool lead[256];
+    };
+    static Table tables[64];
+    if (int(id) <= 0 || int(id) >= 64) return false;
+    Table& t = tables[id];
+    std::call_once(t.once, [&t, id] {
+        unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
+        if (!cp || !lumplatform::codePageLeadBytes(cp, t.lead)) std::memset(t.lead, 0, sizeof t.lead);
+    });
+    return t.lead[byte];
+}
+
+int LumCharOp::WideCharToMultiByteCIF(unsigned codePage, unsigned /*flags*/, const char16_t* wide,
+                                      int wideCount, char* out, int outSize, int /*reserved*/) {
+    if (!wide || !out || outSize <= 0) return 0;
+    // With -1 the terminator is converted too, and counted.
+    long units = wideCount < 0 ? long(LumCharOp::length(wide)) + 1 : wideCount;
+    if (units > INT_MAX) return 0;
+    int n = lumplatform::wideToCodePageEscaped(codePage, wide, int(units), out, outSize);
+    return n < 0 ? 0 : n;
+}

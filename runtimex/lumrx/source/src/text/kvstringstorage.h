@@ -1,0 +1,46 @@
+// The storage behind KvString: wide buffers with their header word, the pair record,
+// and raising errors. Internal to the text subsystem.
+#pragma once
+
+#include "kvore.h"
+#include "lumosbase.h"
+
+#include <cstddef>
+#include <cstdint>
+
+namespace kvtext {
+
+// Header bits of a wide buffer.
+constexpr uint32_t kCapacityMask = 0x3FFFFFFF;
+constexpr uint32_t kBadBufferRequest = 0x40000000;
+constexpr uint32_t kUnusedBit = 0x80000000;
+constexpr int kMaxBufferUnits = 0x3FFFFFFE;
+
+// A wide buffer for `units` units and the terminator, or null; the header holds the
+// capacity. Refused above 0x3FFFFFFE units.
+char16_t* allocWide(size_t units);
+void freeWide(char16_t* text);
+uint32_t& header(char16_t* text);
+// Capacity in units, terminator not counted; the value 0x3FFFFFFF reads as 0.
+int wideCapacity(const char16_t* text);
+
+// One text in both renderings: an owned wide buffer and the narrow bytes behind it.
+struct KvStringPair {
+    char16_t* wide;
+    char ansi[1];
+};
+// A record with room for `ansiBytes` narrow bytes, terminator included; null if none.
+KvStringPair* allocPair(size_t ansiBytes);
+
+// Raises a Kvore::ErrorStatus: records it with the crash recorder and throws a
+// LumErrorStatus*, which the catcher owns.
+[[noreturn]] void raise(Kvore::ErrorStatus status);
+
+// The id of the process code page, for the narrow conversions.
+LumCodePageMapper::code_page_id acpId();
+
+// Narrow text in the process code page to wide, without resolving escapes (a backslash
+// stays a backslash). The vector ends with a zero unit.
+void plainWiden(const char* text, LumVector<char16_t>& out);
+
+}  // namespace kvtext
