@@ -41,6 +41,23 @@ public:
     KvRx::Ordering comparedTo(const KvRxObject* other) const override;
     KvRxAppNameCallback appNameCallbackPtr() const;
 
+    // Protocol extensions: objects attached to a class under a protocol class. Each
+    // class holds its own and its ancestors' extensions, copied down when attached, so
+    // a query never climbs the tree. Neither the protocol classes nor the objects are
+    // owned here: whoever attaches an object takes it off and deletes it.
+    //
+    // Attaches `object` here and in every class below that still held this class's
+    // previous extension; a class below with an extension of its own keeps it. Gives
+    // the previous extension of this class. A null `object` brings back the parent's.
+    KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object);
+    // The same as queryX.
+    KvRxObject* getX(const KvRxClass* protocolClass);
+    // addX(protocolClass, nullptr).
+    KvRxObject* delX(KvRxClass* protocolClass);
+    // The extension of this class, own or inherited; null if none or for a null
+    // protocol class.
+    KvRxObject* queryX(const KvRxClass* protocolClass);
+
     // Reflection of members isn't kept on classes: both are always null.
     KvRxMemberCollection* members() const;
     const KvRxSet* descendants() const;

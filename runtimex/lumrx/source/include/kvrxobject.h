@@ -26,6 +26,10 @@ protected:
 
 public:
     bool isKindOf(const KvRxClass* aClass) const;
+    // The extension of the object's class for `protocolClass` (KvRxClass::queryX);
+    // null for an object without a class. x() is the same through getX.
+    KvRxObject* queryX(const KvRxClass* protocolClass) const;
+    KvRxObject* x(const KvRxClass* protocolClass) const;
 
     static KvRxClass* desc();
     static KvRxObject* cast(const KvRxObject* object) { return const_cast<KvRxObject*>(object); }

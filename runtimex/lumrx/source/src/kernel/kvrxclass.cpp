@@ -41,6 +41,12 @@ bool KvRxClass::isDerivedFrom(const KvRxClass* derived, const KvRxClass* base) {
 KvRxClass* KvRxClass::myParent() const { return m_impl->myParent(); }
 KvRx::Ordering KvRxClass::comparedTo(const KvRxObject* other) const { return m_impl->comparedTo(other); }
 KvRxAppNameCallback KvRxClass::appNameCallbackPtr() const { return m_impl->appNameCallbackPtr(); }
+KvRxObject* KvRxClass::addX(KvRxClass* protocolClass, KvRxObject* object) {
+    return m_impl->addX(protocolClass, object);
+}
+KvRxObject* KvRxClass::getX(const KvRxClass* protocolClass) { return m_impl->getX(protocolClass); }
+KvRxObject* KvRxClass::delX(KvRxClass* protocolClass) { return m_impl->delX(protocolClass); }
+KvRxObject* KvRxClass::queryX(const KvRxClass* protocolClass) { return m_impl->queryX(protocolClass); }
 KvRxMemberCollection* KvRxClass::members() const { return nullptr; }
 const KvRxSet* KvRxClass::descendants() const { return nullptr; }
 

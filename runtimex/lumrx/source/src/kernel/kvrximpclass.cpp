@@ -2,8 +2,11 @@
 
 #include "kernel/kvrxcrashrecord.h"
 #include "kernel/kvrxmoduleglobal.h"
+#include "kernel/kvrxpeclassmap.h"
 #include "kvarray.h"
 #include "kvrxdynloadmoduleproxy.h"
+
+#include <memory>
 
 namespace {
 
@@ -90,11 +93,97 @@ KvRxClass* KvRxImpClass::registerClass(const Registration& r, KvRxClass* rxClass
 
 KvRxImpClass::~KvRxImpClass() {
     delete m_children;
+    delete m_peMap;
+    freeOverruleNodes();
     _lumStrdupFree(m_parentName);
     _lumStrdupFree(m_className);
     _lumStrdupFree(m_dxfName);
     _lumStrdupFree(m_appName);
     delete m_contextMenus;
+}
+
+KvRxPEClassMapImp* KvRxImpClass::peMap() {
+    if (!m_peMap) m_peMap = new KvRxPEClassMapImp();
+    return m_peMap;
+}
+
+KvRxPEClassMap* KvRxImpClass::protocolMap() const { return m_peMap; }
+
+KvRxObject* KvRxImpClass::addX(KvRxClass* protocolClass, KvRxObject* object) {
+    if (!protocolClass) return nullptr;
+    KvRxObject* value = object;
+    if (!object && m_parent) value = m_parent->m_impl->queryX(protocolClass);
+    KvRxObject* old = peMap()->at(protocolClass);
+    copyDown(protocolClass, value, old);
+    return old;
+}
+
+KvRxObject* KvRxImpClass::getX(const KvRxClass* protocolClass) { return queryX(protocolClass); }
+
+KvRxObject* KvRxImpClass::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
+
+KvRxObject* KvRxImpClass::queryX(const KvRxClass* protocolClass) {
+    return protocolClass ? peMap()->at(protocolClass) : nullptr;
+}
+
+void KvRxImpClass::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue) {
+    KvRxPEClassMapImp::Nodes& nodes = peMap()->nodes();
+    auto entry = nodes.find(protocolClass);
+    bool ownValue = entry != nodes.end() && entry->second && entry->second != oldValue;
+    // A class with a value of its own shields itself, but not the classes below it.
+    if (!ownValue) {
+        protocolClass->m_impl->m_usedAsProtocol = true;
+        if (entry != nodes.end()) entry->second = newValue;
+        else nodes.emplace(protocolClass, newValue);
+    }
+    if (!m_children) return;
+    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
+    for (; !it->done(); it->next())
+        if (KvRxClass* child = KvRxClass::cast(it->object()))
+            child->m_impl->copyDown(protocolClass, newValue, oldValue);
+}
+
+// Linking: the parent's extensions, each as both new and old value so that what this
+// class attached before stays; and the first overrule of each of the parent's lists
+// where this class has none.
+void KvRxImpClass::inheritFrom(const KvRxImpClass* parent) {
+    if (parent->m_peMap) {
+        // Keys are classes: only addX stores them.
+        for (const auto& entry : parent->m_peMap->nodes())
+            copyDown(static_cast<const KvRxClass*>(entry.first), entry.second, entry.second);
+    }
+    for (int family = 0; family < kOverruleFamilyCount; ++family) {
+        if (parent->m_overruleHeads[family] && !m_overruleHeads[family])
+            addOverruleNode(family, parent->m_overruleHeads[family]->overrule, false);
+    }
+}
+
+void KvRxImpClass::addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd) {
+    KvRxOverruleNode** link = &m_overruleHeads[family];
+    if (atEnd)
+        while (*link) link = &(*link)->next;
+    *link = new KvRxOverruleNode{overrule, *link};
+}
+
+bool KvRxImpClass::removeOverruleNode(int family, KvRxOverrule* overrule) {
+    for (KvRxOverruleNode** link = &m_overruleHeads[family]; *link; link = &(*link)->next) {
+        if ((*link)->overrule == overrule) {
+            KvRxOverruleNode* gone = *link;
+            *link = gone->next;
+            delete gone;
+            return true;
+        }
+    }
+    return false;
+}
+
+void KvRxImpClass::freeOverruleNodes() {
+    for (KvRxOverruleNode*& head : m_overruleHeads) {
+        while (KvRxOverruleNode* gone = head) {
+            head = gone->next;
+            delete gone;
+        }
+    }
 }
 
 KvRxObject* KvRxImpClass::create() { return m_pseudoConstructor(); }
@@ -140,6 +229,7 @@ void KvRxImpClass::link() {
     if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
     parentImpl->m_children->append(m_rxClass);
     m_parent = parent;
+    inheritFrom(parentImpl);
     _lumStrdupFree(m_parentName);
     m_parentName = nullptr;
 }
@@ -171,6 +261,16 @@ void KvRxImpClass::checkedDetach() {
     if (m_parent && m_parent->m_impl->m_children) {
         if (!m_parent->m_impl->m_children->remove(m_rxClass))
             KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
+    }
+}
+
+void KvRxImpClass::leaveProtocolMaps() {
+    KvRxDictionary* classes = classDictionary();
+    if (!classes) return;
+    std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
+    for (; !it->done(); it->next()) {
+        KvRxClass* c = KvRxClass::cast(it->object());
+        if (c && c->m_impl->m_peMap) c->m_impl->m_peMap->remove(m_rxClass);
     }
 }
 
@@ -209,7 +309,10 @@ void KvRxImpClass::destroyGuarded(KvRxClass* aClass) {
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         if (classes && classes->at(aClass->name()) == aClass) classes->remove(aClass->name());
-        if (gCheckOrder) aClass->m_impl->checkedDetach();
+        if (gCheckOrder) {
+            aClass->m_impl->checkedDetach();
+            if (aClass->m_impl->m_usedAsProtocol) aClass->m_impl->leaveProtocolMaps();
+        }
         delete aClass;
         return;
     } catch (LumException* e) {

@@ -1,19 +1,25 @@
 // The state behind a KvRxClass.
 //
 // Owned by its KvRxClass. Owns: its copies of the four names (_lumStrdup), its
-// `children` list (not the child classes) and its context-menu array (not the objects
-// or menus in it). `parent` and `module` aren't owned.
+// `children` list (not the child classes), its context-menu array (not the objects
+// or menus in it), its protocol-extension map (not the protocol classes or the
+// extension objects) and the nodes of its twelve overrule lists (not the overrules).
+// `parent` and `module` aren't owned.
 //
 // Invariants: `parentName` is non-null exactly while the class waits to be linked
 // (never for the root); a linked class other than the root has a non-null `parent`
-// and stands in the parent's `children`.
+// and stands in the parent's `children`. The protocol map holds the class's own
+// extensions and those copied down from its ancestors, so a query never climbs.
 #pragma once
 
 #include "kvrxclass.h"
 #include "kvrxcollection.h"
+#include "kvrxoverrule.h"
 #include "lumosbase.h"
 
 class KvRxDynLoadModuleProxy;
+class KvRxPEClassMap;
+class KvRxPEClassMapImp;
 
 class KvRxImpClass : public KvBaseClassWithNew {
 public:
@@ -39,6 +45,14 @@ public:
     static KvRxClass* registerClass(const Registration& r, KvRxClass* rxClass);
 
     virtual ~KvRxImpClass();
+    // Attaches `object` for `protocolClass` here and copies it down to every class
+    // below that still holds what this class held; gives what this class held. A null
+    // `object` brings back the parent's extension. Null for a null protocol class.
+    virtual KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object);
+    virtual KvRxObject* getX(const KvRxClass* protocolClass);
+    virtual KvRxObject* delX(KvRxClass* protocolClass);
+    // The extension of this class, own or inherited; null for a null protocol class.
+    virtual KvRxObject* queryX(const KvRxClass* protocolClass);
     virtual KvRxObject* create();
     virtual const char16_t* appName() const { return m_appName; }
     virtual const char16_t* dxfName() const { return m_dxfName; }
@@ -50,9 +64,21 @@ public:
     virtual KvRx::Ordering comparedTo(const KvRxObject* other) const;
     virtual KvRxAppNameCallback appNameCallbackPtr() const { return m_appNameCallback; }
 
-    // Links the class to its parent by name; nothing to do once linked. A parent that
-    // isn't registered is recorded and fatal.
+    // Links the class to its parent by name, and takes over the parent's extensions
+    // and the first overrule of each of its lists; nothing to do once linked. A parent
+    // that isn't registered is recorded and fatal.
     void link();
+
+    // The map of the class's extensions, own and inherited; null until first used.
+    KvRxPEClassMap* protocolMap() const;
+
+    // The first node of the class's list of overrule family `family` (0 to 11), or
+    // null; the nodes stay the class's.
+    KvRxOverruleNode* overruleHead(int family) const { return m_overruleHeads[family]; }
+    // A new node for `overrule`: at the head, or behind the last node with `atEnd`.
+    void addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd);
+    // Frees the first node that holds `overrule`; false if there is none.
+    bool removeOverruleNode(int family, KvRxOverrule* overrule);
 
     static KvRxImpClass* getImplRxClass(KvRxClass* aClass);
     static int getDoomedRxClassCount();
@@ -83,8 +109,16 @@ private:
 
     KvRxImpClass(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
     bool copyNames(const Registration& r);
+    KvRxPEClassMapImp* peMap();
+    // Stores `newValue` under `protocolClass` here unless this class holds a value of
+    // its own (neither null nor `oldValue`), then does the same below.
+    void copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue);
+    void inheritFrom(const KvRxImpClass* parent);
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
+    // Takes this class out of the protocol maps of all registered classes.
+    void leaveProtocolMaps();
+    void freeOverruleNodes();
     void recordChildrenLine() const;
     static void destroyGuarded(KvRxClass* aClass);
     static void recordFault(unsigned code, const void* data, const char16_t* text, int line);
@@ -97,6 +131,8 @@ private:
     KvRxPseudoConstructor m_pseudoConstructor;
     KvRxAppNameCallback m_appNameCallback = nullptr;
     KvRxMemberBuilder m_memberBuilder = nullptr;
+    KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
+    KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
     char16_t* m_parentName = nullptr;
     char16_t* m_className = nullptr;
     char16_t* m_dxfName = nullptr;

@@ -3,6 +3,9 @@
 #include "collections/kvrxdictionaryimp.h"
 #include "kernel/kvrximpclass.h"
 #include "kvrxcollection.h"
+#include "kvrxcopyonwriteobject.h"
+#include "kvrxmap.h"
+#include "kvrxoverrule.h"
 #include "lumosbase.h"
 
 namespace {
@@ -21,10 +24,18 @@ void (*const kStartupClasses[])() = {
     &KvRxIterator::rxInit,
     &KvRxDictionaryIterator::rxInit,
     &KvRxDictionaryImpIterator::rxInit,
+    &KvRxOverrule::rxInit,
     &KvRxIterable::rxInit,
     &KvRxGenericCollection::rxInit,
     &KvRxLinkedList::rxInit,
     &KvRxLinkedListIterator::rxInit,
+    &KvRxGenericMap::rxInit,
+    &KvRxGenericMapIterator::rxInit,
+    &KvRxMap::rxInit,
+    &KvRxMapIterator::rxInit,
+    &KvRxPEClassMap::rxInit,
+    &KvRxPEClassMapIterator::rxInit,
+    &KvRxCopyOnWriteObject::rxInit,
 };
 
 }  // namespace

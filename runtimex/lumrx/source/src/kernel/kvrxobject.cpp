@@ -37,6 +37,16 @@ bool KvRxObject::isKindOf(const KvRxClass* aClass) const {
     return cls && cls->isDerivedFrom(aClass);
 }
 
+KvRxObject* KvRxObject::queryX(const KvRxClass* protocolClass) const {
+    KvRxClass* cls = isA();
+    return cls ? cls->queryX(protocolClass) : nullptr;
+}
+
+KvRxObject* KvRxObject::x(const KvRxClass* protocolClass) const {
+    KvRxClass* cls = isA();
+    return cls ? cls->getX(protocolClass) : nullptr;
+}
+
 void KvRxObject::rxInit() {
     if (gpDesc) KvRxModuleGlobal::fatalError(u"RX-Root class has already existed!!");
     gpDesc = newKvRxClass(u"OvRxObject", nullptr, 0, nullptr, nullptr, nullptr);

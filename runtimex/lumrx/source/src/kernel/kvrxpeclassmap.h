@@ -1,0 +1,37 @@
+// The protocol-extension map of one class.
+//
+// Owned by the KvRxImpClass that made it. Owns its nodes only: keys (protocol classes)
+// and values (extension objects) belong to others and are never deleted here.
+#pragma once
+
+#include "kvrxmap.h"
+
+#include <functional>
+#include <map>
+
+class KvRxPEClassMapImp final : public KvRxPEClassMap {
+public:
+    // Keys in address order.
+    using Nodes = std::map<const KvRxObject*, KvRxObject*, std::less<const KvRxObject*>>;
+
+    KvRxPEClassMapImp() = default;
+
+    KvRxIterator* newIterator() override;
+    KvRxGenericMapIterator* newMapIterator() override;
+    KvRxObject* remove(const KvRxObject* key) override;
+    KvRxObject* remove(KvRxGenericMapIterator* iterator) override;
+    void removeAll() override;
+    KvRxObject* put(KvRxGenericMapIterator* iterator, KvRxObject* value) override;
+    KvRxObject* put(const KvRxObject* key, KvRxObject* value) override;
+    KvRxObject* at(const KvRxObject* key) const override;
+    KvRxGenericMapIterator* find(const KvRxObject* key) override;
+    bool has(const KvRxObject* key) const override;
+    unsigned int size() const override;
+
+    // The walks of the class tree read the nodes directly.
+    const Nodes& nodes() const { return m_nodes; }
+    Nodes& nodes() { return m_nodes; }
+
+private:
+    Nodes m_nodes;
+};

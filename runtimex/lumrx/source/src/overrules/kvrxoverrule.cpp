@@ -1,0 +1,96 @@
+#include "kvrxoverrule.h"
+
+#include "kernel/kvrximpclass.h"
+#include "kvrxruntime.h"
+
+#include <memory>
+
+KVRX_DEFINE_MEMBERS(KvRxOverrule, u"OvRxOverrule", u"OvRxObject");
+KVRX_DEFINE_MEMBERS(KvRxQueryXOverrule, u"OvRxGenHand", u"OvRxObject");
+
+namespace {
+
+// Not synchronised: the switch is read and written on the host's main thread.
+bool gIsOverruling = true;
+
+// Registered names of the family classes, by family index.
+const char16_t* const kFamilyNames[kOverruleFamilyCount] = {
+    u"OvGiDrawableOverrule",   u"OvDbObjectOverrule",         u"OvDbPropertiesOverrule",
+    u"OvDbGeometryOverrule",   u"OvDbHighlightOverrule",      u"OvDbHighlightStateOverrule",
+    u"OvDbSubentityOverrule",  u"OvDbGripOverrule",           u"OvDbTransformOverrule",
+    u"OvDbOsnapOverrule",      u"OvDbDimensionStyleOverrule", u"OvDbVisibilityOverrule",
+};
+
+// The class of `cls`'s chain that stands directly below "OvRxOverrule", or null.
+KvRxClass* familyClassOf(KvRxClass* cls) {
+    KvRxClass* overruleRoot = KvRxOverrule::desc();
+    if (!overruleRoot) return nullptr;
+    while (cls && cls->myParent() != overruleRoot) cls = cls->myParent();
+    return cls;
+}
+
+int familyIndexOf(const KvRxClass* familyClass) {
+    if (!familyClass) return kOverruleFamilyCount;
+    const char16_t* name = familyClass->name();
+    for (int family = 0; family < kOverruleFamilyCount; ++family)
+        if (LumCharOp::compare(name, kFamilyNames[family]) == 0) return family;
+    return kOverruleFamilyCount;
+}
+
+int familyOf(KvRxClass* cls) { return familyIndexOf(familyClassOf(cls)); }
+
+// Calls `visit` with the implementation of every registered class derived from
+// `target`, the target included. False if there is no class dictionary.
+template <class Visit>
+bool forEachClassBelow(const KvRxClass* target, Visit visit) {
+    KvRxDictionary* registry = kvrxSysRegistry();
+    KvRxDictionary* classes =
+        registry ? KvRxDictionary::cast(registry->at(u"ClassDictionary")) : nullptr;
+    if (!classes) return false;
+    std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator());
+    for (; !it->done(); it->next()) {
+        KvRxClass* c = KvRxClass::cast(it->object());
+        if (c && c->isDerivedFrom(target)) visit(KvRxImpClass::getImplRxClass(c));
+    }
+    return true;
+}
+
+}  // namespace
+
+Kvore::ErrorStatus KvRxOverrule::addOverrule(KvRxClass* target, KvRxOverrule* overrule,
+                                             bool addAtEnd) {
+    if (!target || !overrule) return Kvore::eInvalidInput;
+    KvRxClass* familyClass = familyClassOf(overrule->isA());
+    if (!familyClass) return Kvore::eInvalidInput;
+    int family = familyIndexOf(familyClass);
+    if (family == kOverruleFamilyCount) return Kvore::eOk;
+    bool walked = forEachClassBelow(target, [&](KvRxImpClass* impl) {
+        impl->addOverruleNode(family, overrule, addAtEnd);
+    });
+    return walked ? Kvore::eOk : Kvore::eInvalidInput;
+}
+
+Kvore::ErrorStatus KvRxOverrule::removeOverrule(KvRxClass* target, KvRxOverrule* overrule) {
+    if (!target || !overrule) return Kvore::eInvalidInput;
+    int family = familyOf(overrule->isA());
+    if (family == kOverruleFamilyCount) return Kvore::eKeyNotFound;
+    bool removed = false;
+    forEachClassBelow(target, [&](KvRxImpClass* impl) {
+        removed = impl->removeOverruleNode(family, overrule) || removed;
+    });
+    return removed ? Kvore::eOk : Kvore::eKeyNotFound;
+}
+
+void KvRxOverrule::setIsOverruling(bool overruling) { gIsOverruling = overruling; }
+
+bool KvRxOverrule::isOverruling() { return gIsOverruling; }
+
+bool KvRxOverrule::hasOverrule(const KvRxObject* subject, KvRxClass* overruleClass) {
+    if (!subject || !overruleClass) return false;
+    KvRxImpClass* impl = KvRxImpClass::getImplRxClass(subject->isA());
+    if (!impl) return false;
+    int family = familyOf(overruleClass);
+    return family != kOverruleFamilyCount && impl->overruleHead(family) != nullptr;
+}
+
+KvRxObject* KvRxQueryXOverrule::queryX(const KvRxObject*, const KvRxClass*) const { return nullptr; }
