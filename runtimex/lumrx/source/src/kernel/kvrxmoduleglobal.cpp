@@ -130,6 +130,9 @@ void UninitializeKvRxSystem() {
     KvRxDictionaryIterator* it = classes->newIterator(kDictSorted);
     for (; !it->done(); it->next())
         if (KvRxClass* c = KvRxClass::cast(it->object())) deleteKvRxClass(c);
+    // Classes whose checked destruction failed earlier are out of the dictionary; they
+    // go in this walk too.
+    KvRxImpClass::doomAbandonedClasses();
     KvRxImpClass::destroyDoomedRxClasses(false);
 
     delete classes;
