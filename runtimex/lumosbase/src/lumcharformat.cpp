@@ -136,7 +136,7 @@ void parseLength(const char16_t*& p, Spec& spec) {
     p += (spec.length == Length::hh || spec.length == Length::ll) ? 2 : 1;
 }
 
-// Parses one specification after its '%'; false for a malformed one.
+// Parses one conversion after its '%'; false for a malformed one.
 bool parseSpec(const char16_t*& p, Spec& spec, Args& args) {
     const char16_t* start = p;
     parseFlags(p, spec);
