@@ -212,7 +212,11 @@ public:
     }
     void reserve(int n) { if (n > m_body->capacity) makeOwn(n); }
     void clear() { if (m_body->length) { makeOwn(m_body->capacity); m_body->length = 0; } }
-    void setGrowLength(int n) { makeOwn(m_body->capacity); m_body->growLength = n; }
+    void setGrowLength(int n) {
+        if (m_body == &gpEmptyVectorData) cloneBody(0);  // the shared empty body is never written
+        else makeOwn(m_body->capacity);
+        m_body->growLength = n;
+    }
     int find(const T& v) const {
         for (int i = 0; i < m_body->length; ++i)
             if (std::memcmp(&data(m_body)[i], &v, sizeof(T)) == 0) return i;
@@ -242,15 +246,20 @@ private:
         if (own && capacity <= m_body->capacity) return;
         if (capacity < m_body->length) capacity = m_body->length;
         if (capacity == 0 && m_body == &gpEmptyVectorData) return;
+        cloneBody(capacity);
+    }
+    // Replaces the body by a copy of its own with room for `capacity` elements.
+    void cloneBody(int capacity) {
         if (capacity < 0 || size_t(capacity) > size_t(INT32_MAX) / sizeof(T))
             lumThrowErrorStatus(6, __FILE__, __LINE__);
         auto* nb = static_cast<LumVectorBody*>(A::allocate(bodyHeader() + sizeof(T) * size_t(capacity)));
         if (!nb) lumThrowErrorStatus(6, __FILE__, __LINE__);
         new (&nb->refs) std::atomic<int>(1);
-        nb->length = m_body->length;
+        bool fromEmpty = m_body == &gpEmptyVectorData;
+        nb->length = fromEmpty ? 0 : m_body->length;
         nb->capacity = capacity;
-        nb->growLength = m_body == &gpEmptyVectorData ? 8 : m_body->growLength;
-        if (m_body->length)
+        nb->growLength = fromEmpty ? 8 : m_body->growLength;
+        if (nb->length)
             std::memcpy(static_cast<void*>(data(nb)), data(m_body), sizeof(T) * size_t(m_body->length));
         drop();
         m_body = nb;
