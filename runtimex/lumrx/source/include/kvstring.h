@@ -2,12 +2,15 @@
 // KvUniqueString, interned lower-case texts; KvStringBuf, line reading from a stream.
 #pragma once
 
+#include "kvrxobject.h"
+
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 
 class KvRxResourceInstance;
 class KvString;
+class LumStreamBuf;
 
 // A database handle value: 64 bits in two 32-bit words, low word first.
 class KvDbHandle {
@@ -347,4 +350,40 @@ public:
     const char16_t* text() const { return reinterpret_cast<const char16_t*>(this); }
 
     KvUniqueString() = delete;
+};
+
+// Reads a byte stream line by line, in the encoding its first bytes name. Registered
+// as "KvStringBuf" by whoever registers it; isA finds the class by that name.
+// Ownership: the stream given to init is owned and destroyed with the object.
+class KvStringBuf : public KvRxObject {
+public:
+    enum StreamEncoding {
+        kStreamNone = 0,     // nothing could be read
+        kStreamPlain = 1,    // bytes in code page 1252
+        kStreamUtf8 = 2,     // EF BB BF
+        kStreamUtf16Le = 3,  // FF FE
+        kStreamUtf16Be = 4,  // FE FF
+        kStreamUtf32Le = 5,  // FF FE 00 00
+        kStreamUtf32Be = 6,  // 00 00 FE FF
+    };
+
+    static KvRxClass* gpDesc;
+    static KvRxClass* desc();
+    static KvStringBuf* cast(const KvRxObject* object);
+    KvRxClass* isA() const override;
+
+    KvStringBuf();
+    ~KvStringBuf() override;
+    // Takes `stream` and works out its encoding; a stream given earlier is not destroyed.
+    void init(LumStreamBuf* stream);
+    // The next line without its line end (CR, LF, or any two of them); empty at the end.
+    virtual KvString getString();
+    int encoding() const { return mEncoding; }
+
+private:
+    uint32_t readElement(int size);
+    bool atLineEnd(uint32_t element, int size);
+
+    LumStreamBuf* mStream;
+    int32_t mEncoding;
 };

@@ -298,7 +298,7 @@ void buildReplaced(char16_t* dst, const char16_t* text, int len, const LumVector
         int hit = hits[i];
         std::memmove(dst + w, text + r, size_t(hit - r) * sizeof(char16_t));
         w += hit - r;
-        std::memcpy(dst + w, b, size_t(k) * sizeof(char16_t));
+        if (k) std::memcpy(dst + w, b, size_t(k) * sizeof(char16_t));
         w += k;
         r = hit + m;
     }
