@@ -1,0 +1,413 @@
+// The drive table and the translation of names between Windows syntax and POSIX paths.
+#include "drivesinternal.h"
+#include "lumplatform/files.h"
+#include "lumplatform/text.h"
+
+#include <cstdlib>
+#include <string_view>
+#include <vector>
+
+namespace lumplatform {
+namespace {
+
+using Parts = std::vector<std::u16string_view>;
+
+constexpr size_t kLongestName = 32767;
+constexpr char16_t kSeparator = u'\\';
+constexpr int kDriveCount = 26;
+
+struct Share {
+    std::u16string server;
+    std::u16string share;
+    std::u16string directory;
+};
+
+struct DriveTable {
+    DriveStatus drivesStatus = DriveStatus::ok;
+    std::u16string drives[kDriveCount];  // empty: the letter is unmapped
+    DriveStatus sharesStatus = DriveStatus::ok;
+    std::vector<Share> shares;
+};
+
+bool isControl(char16_t c) { return c < 0x20; }
+
+bool hasControl(std::u16string_view text) {
+    for (char16_t c : text)
+        if (isControl(c)) return true;
+    return false;
+}
+
+bool isAsciiLetter(char16_t c) { return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z'); }
+
+char16_t upperLetter(char16_t c) { return c >= u'a' ? char16_t(c - 32) : c; }
+
+bool equalNoCase(std::u16string_view a, std::u16string_view b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (foldCaseUnit(a[i]) != foldCaseUnit(b[i])) return false;
+    return true;
+}
+
+// Splits `text` at `separator` into its components, dropping empty ones and "." and
+// taking ".." as a step up that stops at the top.
+void foldInto(std::u16string_view text, char16_t separator, Parts& parts) {
+    size_t i = 0;
+    while (i <= text.size()) {
+        size_t j = text.find(separator, i);
+        if (j == std::u16string_view::npos) j = text.size();
+        std::u16string_view part = text.substr(i, j - i);
+        if (part == u"..") {
+            if (!parts.empty()) parts.pop_back();
+        } else if (!part.empty() && part != u".") {
+            parts.push_back(part);
+        }
+        i = j + 1;
+    }
+}
+
+std::u16string join(const Parts& parts, char16_t separator) {
+    std::u16string out;
+    for (size_t i = 0; i < parts.size(); ++i) {
+        if (i) out += separator;
+        out += parts[i];
+    }
+    return out;
+}
+
+// "/" followed by the folded components of an absolute POSIX path.
+std::u16string foldPosix(std::u16string_view path) {
+    Parts parts;
+    foldInto(path, u'/', parts);
+    return u"/" + join(parts, u'/');
+}
+
+// A directory of the environment: absolute, UTF-8, no control character; folded.
+bool readDirectory(std::u16string_view text, std::u16string& directory) {
+    if (text.empty() || text[0] != u'/' || hasControl(text)) return false;
+    directory = foldPosix(text);
+    return true;
+}
+
+// Splits "key=value;key=value" into pairs; false for an entry without "=".
+bool splitEntries(std::u16string_view text,
+                  std::vector<std::pair<std::u16string_view, std::u16string_view>>& entries) {
+    size_t i = 0;
+    while (i <= text.size()) {
+        size_t j = text.find(u';', i);
+        if (j == std::u16string_view::npos) j = text.size();
+        std::u16string_view entry = text.substr(i, j - i);
+        i = j + 1;
+        if (entry.empty()) continue;
+        size_t eq = entry.find(u'=');
+        if (eq == std::u16string_view::npos) return false;
+        entries.emplace_back(entry.substr(0, eq), entry.substr(eq + 1));
+    }
+    return true;
+}
+
+bool readDrives(std::u16string_view text, DriveTable& table) {
+    std::vector<std::pair<std::u16string_view, std::u16string_view>> entries;
+    if (!splitEntries(text, entries)) return false;
+    bool named[kDriveCount] = {};
+    for (const auto& [key, value] : entries) {
+        if (key.size() != 1 || !isAsciiLetter(key[0])) return false;
+        int index = upperLetter(key[0]) - u'A';
+        if (named[index] || !readDirectory(value, table.drives[index])) return false;
+        named[index] = true;
+    }
+    return true;
+}
+
+// A server or share name: not empty, and nothing that would end or split it.
+bool isShareWord(std::u16string_view word) {
+    return !word.empty() && !hasControl(word) && word.find_first_of(u"/\\:") == std::u16string_view::npos;
+}
+
+const Share* findShare(const std::vector<Share>& shares, std::u16string_view server,
+                       std::u16string_view share) {
+    for (const Share& s : shares)
+        if (equalNoCase(s.server, server) && equalNoCase(s.share, share)) return &s;
+    return nullptr;
+}
+
+bool readShares(std::u16string_view text, std::vector<Share>& shares) {
+    std::vector<std::pair<std::u16string_view, std::u16string_view>> entries;
+    if (!splitEntries(text, entries)) return false;
+    for (const auto& [key, value] : entries) {
+        size_t slash = key.find(u'/');
+        if (slash == std::u16string_view::npos) return false;
+        std::u16string_view server = key.substr(0, slash), share = key.substr(slash + 1);
+        if (!isShareWord(server) || !isShareWord(share) || findShare(shares, server, share)) return false;
+        Share s{std::u16string(server), std::u16string(share), {}};
+        if (!readDirectory(value, s.directory)) return false;
+        shares.push_back(std::move(s));
+    }
+    return true;
+}
+
+// The 16-bit form of an environment text; false if its bytes aren't UTF-8.
+bool readUtf8(const std::string& bytes, std::u16string& text) {
+    text = fromUtf8(bytes);
+    return toUtf8(text) == bytes;
+}
+
+DriveTable buildTable(const std::string& drives, const std::string& shares) {
+    DriveTable table;
+    table.drives[u'Z' - u'A'] = u"/";
+    std::u16string text;
+    if (!readUtf8(drives, text) || !readDrives(text, table)) {
+        table = DriveTable();
+        table.drivesStatus = DriveStatus::malformedDrives;
+    }
+    if (!readUtf8(shares, text) || !readShares(text, table.shares)) {
+        table.shares.clear();
+        table.sharesStatus = DriveStatus::malformedShares;
+    }
+    return table;
+}
+
+// The table of the environment as it is now; parsed again only when a variable changed.
+const DriveTable& driveTable() {
+    struct Cache {
+        bool built = false;
+        std::string drives, shares;
+        DriveTable table;
+    };
+    thread_local Cache cache;
+    const char* drives = std::getenv("LUMRX_DRIVES");
+    const char* shares = std::getenv("LUMRX_SHARES");
+    if (!drives) drives = "";
+    if (!shares) shares = "";
+    if (!cache.built || cache.drives != drives || cache.shares != shares) {
+        cache.drives = drives;
+        cache.shares = shares;
+        cache.table = buildTable(cache.drives, cache.shares);
+        cache.built = true;
+    }
+    return cache.table;
+}
+
+// A Windows name taken apart. `rest` is what follows the volume prefix, with
+// backslashes only; for the relative forms it is the whole text.
+struct WindowsName {
+    enum Form { drive, driveRelative, unc, rootRelative, relative } form = relative;
+    char16_t letter = 0;  // upper case
+    std::u16string server, share;
+    std::u16string rest;
+};
+
+DriveStatus splitUnc(WindowsName& name) {
+    const std::u16string& text = name.rest;
+    size_t serverEnd = text.find(kSeparator, 2);
+    if (serverEnd == std::u16string::npos) return DriveStatus::badName;
+    size_t shareEnd = text.find(kSeparator, serverEnd + 1);
+    if (shareEnd == std::u16string::npos) shareEnd = text.size();
+    name.server = text.substr(2, serverEnd - 2);
+    name.share = text.substr(serverEnd + 1, shareEnd - serverEnd - 1);
+    if (name.server.empty() || name.share.empty()) return DriveStatus::badName;
+    name.rest.erase(0, shareEnd);
+    name.form = WindowsName::unc;
+    return DriveStatus::ok;
+}
+
+DriveStatus splitWindowsName(const std::u16string& text, WindowsName& name) {
+    if (text.size() > kLongestName) return DriveStatus::nameTooLong;
+    if (text.empty() || hasControl(text)) return DriveStatus::badName;
+    name.rest = text;
+    for (char16_t& c : name.rest)
+        if (c == u'/') c = kSeparator;
+    size_t colon = name.rest.find(u':');
+    if (colon != std::u16string::npos) {
+        if (colon != 1 || !isAsciiLetter(name.rest[0]) || name.rest.find(u':', 2) != std::u16string::npos)
+            return DriveStatus::badName;
+        name.letter = upperLetter(name.rest[0]);
+        name.rest.erase(0, 2);
+        bool rooted = !name.rest.empty() && name.rest[0] == kSeparator;
+        name.form = rooted ? WindowsName::drive : WindowsName::driveRelative;
+        return DriveStatus::ok;
+    }
+    if (name.rest.compare(0, 2, u"\\\\") == 0) return splitUnc(name);
+    name.form = name.rest[0] == kSeparator ? WindowsName::rootRelative : WindowsName::relative;
+    return DriveStatus::ok;
+}
+
+// The directory that the volume of an absolute name stands for.
+DriveStatus directoryOfVolume(const WindowsName& name, std::u16string& directory) {
+    const DriveTable& table = driveTable();
+    if (name.form == WindowsName::unc) {
+        if (table.sharesStatus != DriveStatus::ok) return table.sharesStatus;
+        const Share* share = findShare(table.shares, name.server, name.share);
+        if (!share) return DriveStatus::notMapped;
+        directory = share->directory;
+        return DriveStatus::ok;
+    }
+    if (table.drivesStatus != DriveStatus::ok) return table.drivesStatus;
+    directory = table.drives[name.letter - u'A'];
+    return directory.empty() ? DriveStatus::notMapped : DriveStatus::ok;
+}
+
+// `directory` with the folded components of `rest` below it.
+std::u16string below(const std::u16string& directory, std::u16string_view rest, char16_t separator) {
+    Parts parts;
+    foldInto(rest, separator, parts);
+    std::u16string tail = join(parts, u'/');
+    if (tail.empty()) return directory;
+    return directory == u"/" ? u"/" + tail : directory + u"/" + tail;
+}
+
+// The part of `path` below `directory`, which holds it.
+std::u16string_view tailBelow(const std::u16string& directory, const std::u16string& path) {
+    size_t skip = directory == u"/" ? 1 : directory.size() + 1;
+    return skip >= path.size() ? std::u16string_view() : std::u16string_view(path).substr(skip);
+}
+
+// `prefix` (a drive or a share), the separator, then `tail` in Windows syntax.
+DriveStatus windowsBelow(std::u16string prefix, std::u16string_view tail, std::u16string& out) {
+    if (hasControl(tail) || tail.find_first_of(u"\\:") != std::u16string_view::npos)
+        return DriveStatus::unrepresentable;
+    prefix += kSeparator;
+    for (char16_t c : tail) prefix += c == u'/' ? kSeparator : c;
+    if (prefix.size() > kLongestName) return DriveStatus::nameTooLong;
+    out = std::move(prefix);
+    return DriveStatus::ok;
+}
+
+std::u16string shareName(const Share& share) { return u"\\\\" + share.server + kSeparator + share.share; }
+
+// The share whose directory is the longest one holding `path`, or null.
+const Share* shareHolding(const std::vector<Share>& shares, const std::u16string& path) {
+    const Share* best = nullptr;
+    for (const Share& s : shares)
+        if (drivesinternal::holds(s.directory, path) && (!best || s.directory.size() > best->directory.size()))
+            best = &s;
+    return best;
+}
+
+DriveStatus checkPosixPath(const std::u16string& path) {
+    if (path.size() > kLongestName) return DriveStatus::nameTooLong;
+    if (path.empty() || path[0] != u'/' || path.find(u'\0') != std::u16string::npos) return DriveStatus::badName;
+    return DriveStatus::ok;
+}
+
+// The volume prefix of an absolute name: "C:" or "\\server\share".
+std::u16string volumePrefix(const WindowsName& name) {
+    if (name.form == WindowsName::unc) return u"\\\\" + name.server + kSeparator + name.share;
+    return std::u16string{name.letter, u':'};
+}
+
+}  // namespace
+
+namespace drivesinternal {
+
+bool holds(const std::u16string& directory, const std::u16string& path) {
+    if (path.compare(0, directory.size(), directory) != 0) return false;
+    return path.size() == directory.size() || directory == u"/" || path[directory.size()] == u'/';
+}
+
+DriveStatus volumeDirectory(const std::u16string& volumeRoot, std::u16string& directory) {
+    WindowsName name;
+    DriveStatus status = splitWindowsName(volumeRoot, name);
+    if (status != DriveStatus::ok) return status;
+    bool isVolume = name.form == WindowsName::drive || name.form == WindowsName::driveRelative ||
+                    name.form == WindowsName::unc;
+    if (!isVolume || (!name.rest.empty() && name.rest != u"\\")) return DriveStatus::badName;
+    return directoryOfVolume(name, directory);
+}
+
+}  // namespace drivesinternal
+
+DriveStatus posixPathOf(const std::u16string& windowsName, std::u16string& posixPath) {
+    WindowsName name;
+    DriveStatus status = splitWindowsName(windowsName, name);
+    if (status != DriveStatus::ok) return status;
+    // A bare "C:" names the drive's root here; other drive-relative forms need a base.
+    bool absolute = name.form == WindowsName::drive || name.form == WindowsName::unc ||
+                    (name.form == WindowsName::driveRelative && name.rest.empty());
+    if (!absolute) return DriveStatus::badName;
+    std::u16string directory;
+    status = directoryOfVolume(name, directory);
+    if (status != DriveStatus::ok) return status;
+    posixPath = below(directory, name.rest, kSeparator);
+    return DriveStatus::ok;
+}
+
+DriveStatus windowsNameOf(const std::u16string& posixPath, std::u16string& windowsName) {
+    DriveStatus status = checkPosixPath(posixPath);
+    if (status != DriveStatus::ok) return status;
+    const DriveTable& table = driveTable();
+    if (table.drivesStatus != DriveStatus::ok) return table.drivesStatus;
+    std::u16string path = foldPosix(posixPath);
+    int best = -1;
+    for (int i = 0; i < kDriveCount; ++i) {
+        const std::u16string& d = table.drives[i];
+        if (!d.empty() && drivesinternal::holds(d, path) && (best < 0 || d.size() > table.drives[best].size()))
+            best = i;
+    }
+    if (best >= 0) {
+        std::u16string prefix{char16_t(u'A' + best), u':'};
+        return windowsBelow(prefix, tailBelow(table.drives[best], path), windowsName);
+    }
+    if (table.sharesStatus != DriveStatus::ok) return table.sharesStatus;
+    const Share* share = shareHolding(table.shares, path);
+    if (!share) return DriveStatus::notMapped;
+    return windowsBelow(shareName(*share), tailBelow(share->directory, path), windowsName);
+}
+
+DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName) {
+    WindowsName name;
+    DriveStatus status = splitWindowsName(text, name);
+    if (status != DriveStatus::ok) return status;
+    std::u16string base;  // the absolute name that a relative form continues
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        base = volumePrefix(name);
+    } else {
+        std::u16string current;
+        status = currentDirectoryName(current);
+        WindowsName here;
+        if (status == DriveStatus::ok) status = splitWindowsName(current, here);
+        bool sameDrive = status == DriveStatus::ok && here.form == WindowsName::drive && here.letter == name.letter;
+        if (name.form == WindowsName::driveRelative)
+            base = sameDrive ? current : std::u16string{name.letter, u':'};
+        else if (status != DriveStatus::ok)
+            return status;
+        else
+            base = name.form == WindowsName::rootRelative ? volumePrefix(here) : current;
+    }
+    WindowsName absolute;
+    splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
+    Parts parts;
+    foldInto(absolute.rest, kSeparator, parts);
+    foldInto(name.rest, kSeparator, parts);
+    std::u16string out = volumePrefix(absolute) + kSeparator + join(parts, kSeparator);
+    if (!parts.empty() && !name.rest.empty() && name.rest.back() == kSeparator) out += kSeparator;
+    if (out.size() > kLongestName) return DriveStatus::nameTooLong;
+    fullName = std::move(out);
+    return DriveStatus::ok;
+}
+
+DriveStatus currentDirectoryName(std::u16string& name) {
+    std::u16string path = currentDirectory();
+    if (path.empty()) return DriveStatus::notAvailable;
+    return windowsNameOf(path, name);
+}
+
+DriveStatus changeCurrentDirectory(const std::u16string& name) {
+    std::u16string full, path;
+    DriveStatus status = fullWindowsName(name, full);
+    if (status == DriveStatus::ok) status = posixPathOf(full, path);
+    if (status != DriveStatus::ok) return status;
+    return setCurrentDirectory(path) ? DriveStatus::ok : DriveStatus::notAvailable;
+}
+
+DriveStatus networkNameOf(const std::u16string& windowsName, std::u16string& networkName) {
+    std::u16string path;
+    DriveStatus status = posixPathOf(windowsName, path);
+    if (status != DriveStatus::ok) return status;
+    const DriveTable& table = driveTable();
+    if (table.sharesStatus != DriveStatus::ok) return table.sharesStatus;
+    const Share* share = shareHolding(table.shares, path);
+    if (!share) return DriveStatus::notConnected;
+    return windowsBelow(shareName(*share), tailBelow(share->directory, path), networkName);
+}
+
+}  // namespace lumplatform
