@@ -1,0 +1,147 @@
+// Protocol extensions and overrules on their hot paths, each beside a baseline measured
+// in the same run: an std::unordered_map look-up for queryX and hasOverrule, and one
+// std::unordered_map store per class for an addX that reaches 1 000 descendants.
+#include "kvrxoverrule.h"
+#include "kvrxruntime.h"
+
+#include <benchmark/benchmark.h>
+
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+const int kDepth = 8;
+const int kChildren = 10;
+const int kGrandchildrenEach = 99;  // 10 + 10 * 99 = 1 000 descendants
+const int kDescendants = kChildren + kChildren * kGrandchildrenEach;
+
+class BenchObject : public KvRxObject {
+public:
+    explicit BenchObject(KvRxClass* c) : m_class(c) {}
+    KvRxClass* isA() const override { return m_class; }
+
+private:
+    KvRxClass* m_class;
+};
+
+class BenchOverrule : public KvRxOverrule {
+public:
+    explicit BenchOverrule(KvRxClass* c) : m_class(c) {}
+    KvRxClass* isA() const override { return m_class; }
+    bool isApplicable(const KvRxObject*) const override { return true; }
+
+private:
+    KvRxClass* m_class;
+};
+
+std::u16string nameOf(const char16_t* stem, int i) {
+    std::u16string name = stem;
+    for (char c : std::to_string(i)) name.push_back(char16_t(c));
+    return name;
+}
+
+// Starts the runtime once with: a chain 8 deep that holds an extension of its top and
+// an overrule; a root with 1 000 descendants; and a few protocol classes.
+struct Runtime {
+    std::vector<KvRxClass*> chain;  // chain[d] is at depth d below the root
+    KvRxClass* protocol = nullptr;
+    KvRxClass* wideRoot = nullptr;
+    KvRxClass* overruleClass = nullptr;
+    BenchObject extension{nullptr}, otherExtension{nullptr};
+
+    Runtime() {
+        InitializeKvRxSystem();
+        chain.push_back(KvRxObject::desc());
+        for (int d = 1; d <= kDepth; ++d) {
+            std::u16string parent = d == 1 ? u"OvRxObject" : nameOf(u"BenchDepth", d - 1);
+            chain.push_back(newKvRxClass(nameOf(u"BenchDepth", d).c_str(), parent.c_str()));
+        }
+        for (int p = 0; p < 8; ++p) newKvRxClass(nameOf(u"BenchProtocol", p).c_str(), u"OvRxObject");
+        protocol = kvrxFindKvRxClass(u"BenchProtocol3");
+        wideRoot = newKvRxClass(u"BenchWide", u"OvRxObject");
+        for (int c = 0; c < kChildren; ++c) {
+            std::u16string child = nameOf(u"BenchWide", c);
+            newKvRxClass(child.c_str(), u"BenchWide");
+            for (int g = 0; g < kGrandchildrenEach; ++g)
+                newKvRxClass((child + u"_" + nameOf(u"", g)).c_str(), child.c_str());
+        }
+        newKvRxClass(u"OvDbObjectOverrule", u"OvRxOverrule");
+        newKvRxClass(u"BenchOverrule", u"OvDbObjectOverrule");
+        kvrxBuildClassHierarchy();
+
+        // Every class of the chain holds a few extensions, so the look-up isn't trivial.
+        for (int p = 0; p < 8; ++p)
+            chain[1]->addX(kvrxFindKvRxClass(nameOf(u"BenchProtocol", p).c_str()), &extension);
+        overruleClass = kvrxFindKvRxClass(u"BenchOverrule");
+        static BenchOverrule overrule(overruleClass);
+        KvRxOverrule::addOverrule(chain[1], &overrule, false);
+    }
+    ~Runtime() { UninitializeKvRxSystem(); }
+};
+
+Runtime& runtime() {
+    static Runtime r;
+    return r;
+}
+
+void BM_QueryX_Depth8(benchmark::State& state) {
+    Runtime& r = runtime();
+    KvRxClass* deep = r.chain[kDepth];
+    for (auto _ : state) benchmark::DoNotOptimize(deep->queryX(r.protocol));
+}
+BENCHMARK(BM_QueryX_Depth8);
+
+void BM_ObjectQueryX_Depth8(benchmark::State& state) {
+    Runtime& r = runtime();
+    BenchObject object(r.chain[kDepth]);
+    for (auto _ : state) benchmark::DoNotOptimize(object.queryX(r.protocol));
+}
+BENCHMARK(BM_ObjectQueryX_Depth8);
+
+void BM_HasOverrule_Depth8(benchmark::State& state) {
+    Runtime& r = runtime();
+    BenchObject subject(r.chain[kDepth]);
+    for (auto _ : state) benchmark::DoNotOptimize(KvRxOverrule::hasOverrule(&subject, r.overruleClass));
+}
+BENCHMARK(BM_HasOverrule_Depth8);
+
+void BM_Lookup_Baseline_UnorderedMap(benchmark::State& state) {
+    Runtime& r = runtime();
+    std::unordered_map<const void*, void*> map;
+    for (int p = 0; p < 8; ++p)
+        map[kvrxFindKvRxClass(nameOf(u"BenchProtocol", p).c_str())] = &r.extension;
+    const void* key = r.protocol;
+    for (auto _ : state) benchmark::DoNotOptimize(map.find(key));
+}
+BENCHMARK(BM_Lookup_Baseline_UnorderedMap);
+
+void BM_AddX_Root1000Descendants(benchmark::State& state) {
+    Runtime& r = runtime();
+    KvRxClass* protocol = kvrxFindKvRxClass(u"BenchProtocol0");
+    bool flip = false;
+    for (auto _ : state) {
+        flip = !flip;
+        benchmark::DoNotOptimize(r.wideRoot->addX(protocol, flip ? &r.extension : &r.otherExtension));
+    }
+}
+BENCHMARK(BM_AddX_Root1000Descendants);
+
+// The same number of per-class stores, into one hash map per class.
+void BM_AddX_Baseline_UnorderedMapPerClass(benchmark::State& state) {
+    Runtime& r = runtime();
+    std::vector<std::unordered_map<const void*, void*>> maps(kDescendants + 1);
+    const void* key = r.protocol;
+    bool flip = false;
+    for (auto _ : state) {
+        flip = !flip;
+        for (auto& map : maps) map[key] = flip ? &r.extension : &r.otherExtension;
+        benchmark::DoNotOptimize(maps.data());
+    }
+}
+BENCHMARK(BM_AddX_Baseline_UnorderedMapPerClass);
+
+}  // namespace
+
+BENCHMARK_MAIN();
