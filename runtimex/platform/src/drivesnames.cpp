@@ -247,9 +247,9 @@ DriveStatus directoryOfVolume(const WindowsName& name, std::u16string& directory
 }
 
 // `directory` with the folded components of `rest` below it.
-std::u16string below(const std::u16string& directory, std::u16string_view rest, char16_t separator) {
+std::u16string below(const std::u16string& directory, std::u16string_view rest) {
     Parts parts;
-    foldInto(rest, separator, parts);
+    foldInto(rest, kSeparator, parts);
     std::u16string tail = join(parts, u'/');
     if (tail.empty()) return directory;
     return directory == u"/" ? u"/" + tail : directory + u"/" + tail;
@@ -295,6 +295,28 @@ std::u16string volumePrefix(const WindowsName& name) {
     return std::u16string{name.letter, u':'};
 }
 
+// The absolute name that `name` continues: its own volume, or the current directory or
+// its volume for the relative forms.
+DriveStatus baseOf(const WindowsName& name, std::u16string& base) {
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        base = volumePrefix(name);
+        return DriveStatus::ok;
+    }
+    std::u16string current;
+    WindowsName here;
+    DriveStatus status = currentDirectoryName(current);
+    if (status == DriveStatus::ok) splitWindowsName(current, here);  // cannot fail: made by windowsNameOf
+    if (name.form == WindowsName::driveRelative) {
+        // On another drive than the current one: its root, as no directory is kept per drive.
+        bool sameDrive = status == DriveStatus::ok && here.form == WindowsName::drive && here.letter == name.letter;
+        base = sameDrive ? current : std::u16string{name.letter, u':'};
+        return DriveStatus::ok;
+    }
+    if (status != DriveStatus::ok) return status;
+    base = name.form == WindowsName::rootRelative ? volumePrefix(here) : current;
+    return DriveStatus::ok;
+}
+
 }  // namespace
 
 namespace drivesinternal {
@@ -327,7 +349,7 @@ DriveStatus posixPathOf(const std::u16string& windowsName, std::u16string& posix
     std::u16string directory;
     status = directoryOfVolume(name, directory);
     if (status != DriveStatus::ok) return status;
-    posixPath = below(directory, name.rest, kSeparator);
+    posixPath = below(directory, name.rest);
     return DriveStatus::ok;
 }
 
@@ -357,22 +379,9 @@ DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName
     WindowsName name;
     DriveStatus status = splitWindowsName(text, name);
     if (status != DriveStatus::ok) return status;
-    std::u16string base;  // the absolute name that a relative form continues
-    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
-        base = volumePrefix(name);
-    } else {
-        std::u16string current;
-        status = currentDirectoryName(current);
-        WindowsName here;
-        if (status == DriveStatus::ok) status = splitWindowsName(current, here);
-        bool sameDrive = status == DriveStatus::ok && here.form == WindowsName::drive && here.letter == name.letter;
-        if (name.form == WindowsName::driveRelative)
-            base = sameDrive ? current : std::u16string{name.letter, u':'};
-        else if (status != DriveStatus::ok)
-            return status;
-        else
-            base = name.form == WindowsName::rootRelative ? volumePrefix(here) : current;
-    }
+    std::u16string base;
+    status = baseOf(name, base);
+    if (status != DriveStatus::ok) return status;
     WindowsName absolute;
     splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
     Parts parts;

@@ -106,6 +106,7 @@ enum class DriveType : unsigned {
     ramDisk = 6,  // tmpfs, ramfs
 };
 
+// With the process's own mount table; a table that can't be read gives unknown.
 DriveType driveType(const std::u16string& volumeRoot);
 DriveType driveType(const std::u16string& volumeRoot, const MountTable& mounts);
 
@@ -128,6 +129,8 @@ struct VolumeInformation {
     std::uint32_t fileSystemFlags = 0;
 };
 
+// Describes the volume from the mount that holds its directory; notAvailable if the
+// directory is missing or no mount holds it (an unreadable mount table holds none).
 DriveStatus volumeInformation(const std::u16string& volumeRoot, VolumeInformation& info);
 DriveStatus volumeInformation(const std::u16string& volumeRoot, const MountTable& mounts,
                               VolumeInformation& info);
@@ -146,6 +149,8 @@ struct ClusterSpace {
     std::uint32_t totalClusters = 0;
 };
 
+// The room on the file system that holds the volume's directory; notAvailable if it
+// can't be asked.
 DriveStatus diskSpace(const std::u16string& volumeRoot, DiskSpace& space);
 DriveStatus clusterSpace(const std::u16string& volumeRoot, ClusterSpace& space);
 
