@@ -58,7 +58,8 @@ struct Runtime {
             std::u16string parent = d == 1 ? u"OvRxObject" : nameOf(u"BenchDepth", d - 1);
             chain.push_back(newKvRxClass(nameOf(u"BenchDepth", d).c_str(), parent.c_str()));
         }
-        for (int p = 0; p < 8; ++p) newKvRxClass(nameOf(u"BenchProtocol", p).c_str(), u"OvRxObject");
+        for (int p = 0; p < 8; ++p)
+            newKvRxClass(nameOf(u"BenchProtocol", p).c_str(), u"OvRxObject");
         protocol = kvrxFindKvRxClass(u"BenchProtocol3");
         wideRoot = newKvRxClass(u"BenchWide", u"OvRxObject");
         for (int c = 0; c < kChildren; ++c) {
@@ -103,7 +104,8 @@ BENCHMARK(BM_ObjectQueryX_Depth8);
 void BM_HasOverrule_Depth8(benchmark::State& state) {
     Runtime& r = runtime();
     BenchObject subject(r.chain[kDepth]);
-    for (auto _ : state) benchmark::DoNotOptimize(KvRxOverrule::hasOverrule(&subject, r.overruleClass));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(KvRxOverrule::hasOverrule(&subject, r.overruleClass));
 }
 BENCHMARK(BM_HasOverrule_Depth8);
 
@@ -123,7 +125,8 @@ void BM_AddX_Root1000Descendants(benchmark::State& state) {
     bool flip = false;
     for (auto _ : state) {
         flip = !flip;
-        benchmark::DoNotOptimize(r.wideRoot->addX(protocol, flip ? &r.extension : &r.otherExtension));
+        KvRxObject* value = flip ? &r.extension : &r.otherExtension;
+        benchmark::DoNotOptimize(r.wideRoot->addX(protocol, value));
     }
 }
 BENCHMARK(BM_AddX_Root1000Descendants);

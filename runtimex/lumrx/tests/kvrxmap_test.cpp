@@ -72,7 +72,8 @@ class MapTest : public lumtest::RuntimeTest {
 protected:
     static void SetUpTestSuite() {
         lumtest::ensureRuntime();
-        if (!kvrxFindKvRxClass(u"TestMapKey")) newKvRxClass(u"TestMapKey", u"OvRxObject", 0, &TestMapKey::make);
+        if (!kvrxFindKvRxClass(u"TestMapKey"))
+            newKvRxClass(u"TestMapKey", u"OvRxObject", 0, &TestMapKey::make);
         if (!kvrxFindKvRxClass(u"TestUnorderedKey"))
             newKvRxClass(u"TestUnorderedKey", u"OvRxObject", 0, &TestUnorderedKey::make);
         kvrxBuildClassHierarchy();

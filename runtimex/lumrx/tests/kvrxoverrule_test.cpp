@@ -68,8 +68,8 @@ protected:
     // The tags of a class's list in `family`, head first.
     static std::string chain(KvRxClass* c, int family = kObjectFamily) {
         std::string s;
-        for (KvRxOverruleNode* n = KvRxImpClass::getImplRxClass(c)->overruleHead(family); n; n = n->next)
-            s += static_cast<TestOverrule*>(n->overrule)->tag;
+        KvRxOverruleNode* n = KvRxImpClass::getImplRxClass(c)->overruleHead(family);
+        for (; n; n = n->next) s += static_cast<TestOverrule*>(n->overrule)->tag;
         return s;
     }
     static void doom(std::initializer_list<KvRxClass*> classes) {

@@ -1,7 +1,6 @@
 #include "kvrxcopyonwriteobject.h"
 
 #include "collections/kvrxcopyonwriteobjectimp.h"
-#include "kvrxruntime.h"
 
 #include <memory>
 
@@ -20,7 +19,8 @@ KvRxCopyOnWriteObjectImp::KvRxCopyOnWriteObjectImp(const KvRxCopyOnWriteObjectIm
     share(other);
 }
 
-KvRxCopyOnWriteObjectImp& KvRxCopyOnWriteObjectImp::operator=(const KvRxCopyOnWriteObjectImp& other) {
+KvRxCopyOnWriteObjectImp& KvRxCopyOnWriteObjectImp::operator=(
+    const KvRxCopyOnWriteObjectImp& other) {
     share(other);
     return *this;
 }
@@ -47,7 +47,9 @@ void KvRxCopyOnWriteObjectImp::release() {
     m_sharedCount = nullptr;
 }
 
-bool KvRxCopyOnWriteObjectImp::isSole() const { return !m_sharedCount || m_sharedCount->load() <= 1; }
+bool KvRxCopyOnWriteObjectImp::isSole() const {
+    return !m_sharedCount || m_sharedCount->load() <= 1;
+}
 
 bool KvRxCopyOnWriteObjectImp::takeOwnCopy() {
     std::unique_ptr<KvRxObject> copy(m_object->clone());

@@ -126,7 +126,8 @@ KvRxObject* KvRxImpClass::queryX(const KvRxClass* protocolClass) {
     return protocolClass ? peMap()->at(protocolClass) : nullptr;
 }
 
-void KvRxImpClass::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue) {
+void KvRxImpClass::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
+                            KvRxObject* oldValue) {
     KvRxPEClassMapImp::Nodes& nodes = peMap()->nodes();
     auto entry = nodes.find(protocolClass);
     bool ownValue = entry != nodes.end() && entry->second && entry->second != oldValue;
@@ -148,7 +149,7 @@ void KvRxImpClass::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue
 // where this class has none.
 void KvRxImpClass::inheritFrom(const KvRxImpClass* parent) {
     if (parent->m_peMap) {
-        // Keys are classes: only addX stores them.
+        // Keys are classes: only the copy-down stores them.
         for (const auto& entry : parent->m_peMap->nodes())
             copyDown(static_cast<const KvRxClass*>(entry.first), entry.second, entry.second);
     }

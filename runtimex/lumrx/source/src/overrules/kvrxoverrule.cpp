@@ -93,4 +93,6 @@ bool KvRxOverrule::hasOverrule(const KvRxObject* subject, KvRxClass* overruleCla
     return family != kOverruleFamilyCount && impl->overruleHead(family) != nullptr;
 }
 
-KvRxObject* KvRxQueryXOverrule::queryX(const KvRxObject*, const KvRxClass*) const { return nullptr; }
+KvRxObject* KvRxQueryXOverrule::queryX(const KvRxObject*, const KvRxClass*) const {
+    return nullptr;
+}
