@@ -118,6 +118,8 @@ TEST_F(Drives, RefusesNamesNoVolumeCanHold) {
     EXPECT_EQ(lastStatus, DriveStatus::nameTooLong);
     posix(u"Q:\\x");
     EXPECT_EQ(lastStatus, DriveStatus::notMapped);
+    windows(u"/" + std::u16string(32767, u'a'));
+    EXPECT_EQ(lastStatus, DriveStatus::nameTooLong);
     for (const std::u16string& bad : {std::u16string(), std::u16string(u"rel/x"), std::u16string(u"/a\0b", 4)}) {
         windows(bad);
         EXPECT_EQ(lastStatus, DriveStatus::badName);
@@ -184,8 +186,11 @@ TEST_F(Drives, ParsesMountTables) {
         "32 1 8:0 / relative rw - ext4 /dev/x rw\n"
         "33 1 8:0 / /mnt/nodash rw ext4 /dev/x rw\n"
         "34 1 7:1 / /mnt/a\\040b/c\\134d rw - iso9660 /dev/loop1 ro\n"
-        "35 1 0:50 / /mnt/a\\040b/c\\134d rw - tmpfs tmpfs rw\n");
-    ASSERT_EQ(table.entries().size(), 4u);
+        "35 1 0:50 / /mnt/a\\040b/c\\134d rw - tmpfs tmpfs rw\n"
+        "36 1 99999999999:1 / /mnt/huge rw - ext4 /dev/x rw\n"
+        "37 1 0:51 / /mnt/end\\04 rw - ext4 /dev/x\\ rw");
+    ASSERT_EQ(table.entries().size(), 5u);
+    EXPECT_EQ(table.entries()[4].mountPoint, u"/mnt/end\\04");  // a cut escape stays text
     const MountEntry& fat = table.entries()[1];
     EXPECT_EQ(fat.mountPoint, u"/mnt/a b");
     EXPECT_EQ(fat.fileSystem, u"vfat");
