@@ -10,8 +10,6 @@
 namespace lumplatform {
 namespace {
 
-using Parts = std::vector<std::u16string_view>;
-
 constexpr size_t kLongestName = 32767;
 constexpr char16_t kSeparator = u'\\';
 constexpr int kDriveCount = 26;
@@ -48,37 +46,31 @@ bool equalNoCase(std::u16string_view a, std::u16string_view b) {
     return true;
 }
 
-// Splits `text` at `separator` into its components, dropping empty ones and "." and
-// taking ".." as a step up that stops at the top.
-void foldInto(std::u16string_view text, char16_t separator, Parts& parts) {
+// Appends the components of `text`, split at `separator`, to `out`, each behind
+// `outSeparator`: empty ones and "." are dropped, and ".." takes the last one away but
+// never cuts into the first `floor` units.
+void appendFolded(std::u16string& out, size_t floor, std::u16string_view text, char16_t separator,
+                  char16_t outSeparator) {
     size_t i = 0;
     while (i <= text.size()) {
         size_t j = text.find(separator, i);
         if (j == std::u16string_view::npos) j = text.size();
         std::u16string_view part = text.substr(i, j - i);
         if (part == u"..") {
-            if (!parts.empty()) parts.pop_back();
+            if (out.size() > floor) out.erase(out.rfind(outSeparator));
         } else if (!part.empty() && part != u".") {
-            parts.push_back(part);
+            out += outSeparator;
+            out += part;
         }
         i = j + 1;
     }
 }
 
-std::u16string join(const Parts& parts, char16_t separator) {
-    std::u16string out;
-    for (size_t i = 0; i < parts.size(); ++i) {
-        if (i) out += separator;
-        out += parts[i];
-    }
-    return out;
-}
-
-// "/" followed by the folded components of an absolute POSIX path.
+// An absolute POSIX path with its components folded.
 std::u16string foldPosix(std::u16string_view path) {
-    Parts parts;
-    foldInto(path, u'/', parts);
-    return u"/" + join(parts, u'/');
+    std::u16string out;
+    appendFolded(out, 0, path, u'/', u'/');
+    return out.empty() ? u"/" : out;
 }
 
 // A directory of the environment: absolute, UTF-8, no control character; folded.
@@ -231,28 +223,26 @@ DriveStatus splitWindowsName(const std::u16string& text, WindowsName& name) {
     return DriveStatus::ok;
 }
 
-// The directory that the volume of an absolute name stands for.
-DriveStatus directoryOfVolume(const WindowsName& name, std::u16string& directory) {
+// The directory that the volume of an absolute name stands for, in the drive table.
+DriveStatus directoryOfVolume(const WindowsName& name, const std::u16string*& directory) {
     const DriveTable& table = driveTable();
     if (name.form == WindowsName::unc) {
         if (table.sharesStatus != DriveStatus::ok) return table.sharesStatus;
         const Share* share = findShare(table.shares, name.server, name.share);
         if (!share) return DriveStatus::notMapped;
-        directory = share->directory;
+        directory = &share->directory;
         return DriveStatus::ok;
     }
     if (table.drivesStatus != DriveStatus::ok) return table.drivesStatus;
-    directory = table.drives[name.letter - u'A'];
-    return directory.empty() ? DriveStatus::notMapped : DriveStatus::ok;
+    directory = &table.drives[name.letter - u'A'];
+    return directory->empty() ? DriveStatus::notMapped : DriveStatus::ok;
 }
 
 // `directory` with the folded components of `rest` below it.
-std::u16string below(const std::u16string& directory, std::u16string_view rest) {
-    Parts parts;
-    foldInto(rest, kSeparator, parts);
-    std::u16string tail = join(parts, u'/');
-    if (tail.empty()) return directory;
-    return directory == u"/" ? u"/" + tail : directory + u"/" + tail;
+void appendBelow(const std::u16string& directory, std::u16string_view rest, std::u16string& path) {
+    path = directory == u"/" ? u"" : directory;
+    appendFolded(path, path.size(), rest, kSeparator, u'/');
+    if (path.empty()) path = u"/";
 }
 
 // The part of `path` below `directory`, which holds it.
@@ -333,7 +323,10 @@ DriveStatus volumeDirectory(const std::u16string& volumeRoot, std::u16string& di
     bool isVolume = name.form == WindowsName::drive || name.form == WindowsName::driveRelative ||
                     name.form == WindowsName::unc;
     if (!isVolume || (!name.rest.empty() && name.rest != u"\\")) return DriveStatus::badName;
-    return directoryOfVolume(name, directory);
+    const std::u16string* mapped = nullptr;
+    status = directoryOfVolume(name, mapped);
+    if (status == DriveStatus::ok) directory = *mapped;
+    return status;
 }
 
 }  // namespace drivesinternal
@@ -346,10 +339,10 @@ DriveStatus posixPathOf(const std::u16string& windowsName, std::u16string& posix
     bool absolute = name.form == WindowsName::drive || name.form == WindowsName::unc ||
                     (name.form == WindowsName::driveRelative && name.rest.empty());
     if (!absolute) return DriveStatus::badName;
-    std::u16string directory;
+    const std::u16string* directory = nullptr;
     status = directoryOfVolume(name, directory);
     if (status != DriveStatus::ok) return status;
-    posixPath = below(directory, name.rest);
+    appendBelow(*directory, name.rest, posixPath);
     return DriveStatus::ok;
 }
 
@@ -384,11 +377,12 @@ DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName
     if (status != DriveStatus::ok) return status;
     WindowsName absolute;
     splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
-    Parts parts;
-    foldInto(absolute.rest, kSeparator, parts);
-    foldInto(name.rest, kSeparator, parts);
-    std::u16string out = volumePrefix(absolute) + kSeparator + join(parts, kSeparator);
-    if (!parts.empty() && !name.rest.empty() && name.rest.back() == kSeparator) out += kSeparator;
+    std::u16string out = volumePrefix(absolute);
+    size_t root = out.size();
+    appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
+    appendFolded(out, root, name.rest, kSeparator, kSeparator);
+    bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
+    if (out.size() == root || trailing) out += kSeparator;
     if (out.size() > kLongestName) return DriveStatus::nameTooLong;
     fullName = std::move(out);
     return DriveStatus::ok;
