@@ -90,6 +90,7 @@ private:
     void deleteChildren(RegistryKey& key, const std::u16string& path);
     std::vector<std::u16string> subKeysOf(RegistryKey& key, const std::u16string& path);
     std::vector<Value> valuesOf(RegistryKey& key, const std::u16string& path);
+    std::u16string storedPath(const std::vector<std::u16string>& names);
 
     Options m_o;
 };
@@ -197,8 +198,31 @@ std::vector<Value> Tool::valuesOf(RegistryKey& key, const std::u16string& path) 
     }
 }
 
+bool sameFolded(const std::u16string& a, const std::u16string& b) {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (foldCaseUnit(a[i]) != foldCaseUnit(b[i])) return false;
+    return true;
+}
+
+// The path with each name in the case the hive keeps, which the key's parent lists.
+std::u16string Tool::storedPath(const std::vector<std::u16string>& names) {
+    std::u16string path = u"\\";
+    for (const std::u16string& name : names) {
+        RegistryKey parent;
+        check(parent.open(m_o.hive, path.c_str(), RegistryAccess::read), "can't open " + shown(path));
+        std::u16string stored = name;
+        for (const std::u16string& listed : subKeysOf(parent, path))
+            if (sameFolded(listed, name)) stored = listed;
+        path = child(path, stored);
+    }
+    return path;
+}
+
 void Tool::query() {
-    std::u16string path = canonical(fromUtf8(m_o.operands[0]));
+    std::vector<std::u16string> names;
+    canonical(fromUtf8(m_o.operands[0]), &names);
+    std::u16string path = storedPath(names);
     RegistryKey key;
     check(key.open(m_o.hive, path.c_str(), RegistryAccess::read), "can't open " + shown(path));
     if (!m_o.hasName) return printKey(key, path);
@@ -292,7 +316,9 @@ void Tool::deleteChildren(RegistryKey& key, const std::u16string& path) {
 // leaves half a file.
 void Tool::exportTree() {
     std::string file = m_o.operands[0];
-    std::u16string path = canonical(m_o.operands.size() > 1 ? fromUtf8(m_o.operands[1]) : u"");
+    std::vector<std::u16string> names;
+    canonical(m_o.operands.size() > 1 ? fromUtf8(m_o.operands[1]) : u"", &names);
+    std::u16string path = storedPath(names);
     RegistryKey key;
     check(key.open(m_o.hive, path.c_str(), RegistryAccess::read), "can't open " + shown(path));
     std::string temporary = file + ".lumrx-reg-tmp";

@@ -125,6 +125,11 @@ std::string folderOf(const std::string& path) {
     return cut == 0 ? "/" : path.substr(0, cut);
 }
 
+// The rollback journal lives beside the file, so writing needs the folder too.
+bool writableOnDisk(const std::string& file) {
+    return mayAccess(file, W_OK) && mayAccess(folderOf(file), W_OK | X_OK);
+}
+
 RegistryStatus errnoStatus(int error) {
     return error == EACCES || error == EPERM || error == EROFS ? kRegistryAccessDenied : kRegistryIoError;
 }
@@ -201,17 +206,25 @@ RegistryStatus HiveStore::connect(bool forWrite) {
         RegistryStatus s = openFile(forWrite);
         if (s != kRegistryOk || !m_db) return s;
     }
-    if (forWrite && !m_writable) {
-        // The file's permissions may have changed since it was opened.
-        if (m_inBatch) return kRegistryAccessDenied;
-        closeFile();
-        RegistryStatus s = openFile(true);
+    if (forWrite) {
+        RegistryStatus s = checkWritable();
         if (s != kRegistryOk) return s;
-        if (!m_writable) return kRegistryAccessDenied;
     }
     if (m_ready) return kRegistryOk;
     RegistryStatus s = readSchema();  // another process may have made the tables
     if (s == kRegistryOk && forWrite && !m_ready) s = makeSchema();
+    return s;
+}
+
+// Permissions may change while the file is open, so each write asks again; a file
+// opened for reading only is opened again once it may be written.
+RegistryStatus HiveStore::checkWritable() {
+    if (!writableOnDisk(m_path)) return kRegistryAccessDenied;
+    if (m_writable) return kRegistryOk;
+    if (m_inBatch) return kRegistryAccessDenied;
+    closeFile();
+    RegistryStatus s = openFile(true);
+    if (s == kRegistryOk && !m_writable) s = kRegistryAccessDenied;
     return s;
 }
 
@@ -228,9 +241,7 @@ RegistryStatus HiveStore::openFile(bool forWrite) {
     } else {
         if (!S_ISREG(st.st_mode)) return kRegistryIoError;
         if (!mayAccess(m_path, R_OK)) return kRegistryAccessDenied;
-        // The rollback journal lives beside the file, so writing needs the folder too.
-        bool writable = mayAccess(m_path, W_OK) && mayAccess(folderOf(m_path), W_OK | X_OK);
-        flags = writable ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
+        flags = writableOnDisk(m_path) ? SQLITE_OPEN_READWRITE : SQLITE_OPEN_READONLY;
     }
     int rc = sqlite3_open_v2(m_path.c_str(), &m_db, flags, nullptr);
     if (rc != SQLITE_OK) {

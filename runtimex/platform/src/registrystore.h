@@ -74,6 +74,7 @@ public:
     RegistryStatus listValues(int64_t id, std::vector<ValueRow>& rows);
 
 private:
+    RegistryStatus checkWritable();
     RegistryStatus openFile(bool forWrite);
     void closeFile();
     RegistryStatus readSchema();
