@@ -123,6 +123,7 @@ TEST_F(MapTest, RemovalThroughIteratorsKeysAndRemoveAll) {
     }
     EXPECT_EQ(visited, "1245") << "each node once, the iterator moved on by remove";
     EXPECT_EQ(map.size(), 0u);
+    EXPECT_EQ(it->key(), nullptr);
     EXPECT_EQ(map.remove(it.get()), nullptr);
     EXPECT_EQ(map.put(it.get(), &a), nullptr);
     EXPECT_EQ(map.put(static_cast<KvRxGenericMapIterator*>(nullptr), &a), nullptr);

@@ -16,7 +16,7 @@ class KvRxGenericMapIterator : public KvRxIterator {
     KVRX_DECLARE_MEMBERS(KvRxGenericMapIterator);
 
 public:
-    // The stored key; valid only while not done().
+    // The stored key; null when done().
     virtual const KvRxObject* key() const = 0;
 };
 

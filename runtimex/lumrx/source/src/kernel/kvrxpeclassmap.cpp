@@ -17,8 +17,9 @@ public:
         ++node;
         return !done();
     }
-    KvRxObject* object() const override { return node->second; }
-    const KvRxObject* key() const override { return node->first; }
+    // Null at the end, like the other iterators of the runtime.
+    KvRxObject* object() const override { return done() ? nullptr : node->second; }
+    const KvRxObject* key() const override { return done() ? nullptr : node->first; }
 
     KvRxPEClassMapImp* const map;
     KvRxPEClassMapImp::Nodes::iterator node;
