@@ -4,7 +4,7 @@
 // and find against std::u16string::find.
 #include "kvstring.h"
 
-#include "../../platform/include/lumplatform/codepage.h"
+#include "lumplatform/codepage.h"
 #include "lumosbase.h"
 
 #include <benchmark/benchmark.h>

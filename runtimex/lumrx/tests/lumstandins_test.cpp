@@ -152,6 +152,18 @@ struct TempTree {
     }
 };
 
+TEST(LumOsBaseTest, ComparisonsWithoutCaseFoldBeyondAscii) {
+    EXPECT_EQ(LumCharOp::compareNoCase(u"Abc", u"aBC"), 0);
+    EXPECT_EQ(LumCharOp::compareNoCase(u"\u00C4RGER", u"\u00E4rger"), 0) << "A with diaeresis";
+    EXPECT_EQ(LumCharOp::compareNoCase(u"\u03A3", u"\u03C3"), 0) << "Greek sigma";
+    EXPECT_LT(LumCharOp::compareNoCase(u"abc", u"abd"), 0);
+    EXPECT_GT(LumCharOp::compareNoCase(u"abcd", u"ABC"), 0);
+    // In the C locale the collation ignores case at the secondary strength only.
+    EXPECT_EQ(LumCharOp::collateNoCase(u"abc", u"ABC"), 0);
+    EXPECT_NE(LumCharOp::collate(u"abc", u"ABC"), 0);
+    EXPECT_LT(LumCharOp::collate(u"apple", u"Banana"), 0) << "letters before case";
+}
+
 TEST(LumOsBaseTest, PathsAndFiles) {
     TempTree tree;
     ASSERT_FALSE(tree.dir.empty());

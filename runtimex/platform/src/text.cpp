@@ -42,7 +42,8 @@ static int collateWith(const char16_t* a, const char16_t* b, bool ignoreCase) {
     if (!collator || name != localeName) {
         if (collator) ucol_close(collator);
         UErrorCode status = U_ZERO_ERROR;
-        std::string icuName = (name == "C" || name == "POSIX") ? "en_US_POSIX" : name.substr(0, name.find('.'));
+        // The C locale takes the root order, in which case is a tertiary difference only.
+        std::string icuName = (name == "C" || name == "POSIX") ? "" : name.substr(0, name.find('.'));
         collator = ucol_open(icuName.c_str(), &status);
         if (U_FAILURE(status)) {
             status = U_ZERO_ERROR;
@@ -51,9 +52,7 @@ static int collateWith(const char16_t* a, const char16_t* b, bool ignoreCase) {
         localeName = name;
     }
     if (!collator) return u_strcmp(reinterpret_cast<const UChar*>(a), reinterpret_cast<const UChar*>(b));
-    UErrorCode status = U_ZERO_ERROR;
     ucol_setStrength(collator, ignoreCase ? UCOL_SECONDARY : UCOL_TERTIARY);
-    (void)status;
     return ucol_strcoll(collator, reinterpret_cast<const UChar*>(a), -1, reinterpret_cast<const UChar*>(b), -1);
 }
 
