@@ -10,9 +10,7 @@
 using lumtest::RecordingCrashRecorder;
 using lumtest::utf8;
 
-namespace {
-
-const char kFaultText[] = "Exception(SE) has happend in destroyDoomedRxClasses function.";
+namespace classtest {
 
 // A class with a factory whose copyFrom works, so that clone can succeed.
 class TestShape : public KvRxObject {
@@ -48,6 +46,14 @@ class TestUnregistered : public KvRxObject {
     KVRX_DECLARE_MEMBERS(TestUnregistered);
 };
 KVRX_DEFINE_MEMBERS_WITH(TestUnregistered, u"TestUnregistered", u"OvRxObject", kvrxDescShort, u"");
+
+}  // namespace classtest
+
+namespace {
+
+using namespace classtest;
+
+const char kFaultText[] = "Exception(SE) has happend in destroyDoomedRxClasses function.";
 
 class ClassTree : public lumtest::RuntimeTest {
 protected:

@@ -48,6 +48,14 @@ TEST_F(RuntimeRoots, StartupClassesAreRegisteredAndLinked) {
         {u"KvRxGenericCollection", u"KvRxIterable"},
         {u"KvRxLinkedList", u"KvRxGenericCollection"},
         {u"KvRxLinkedListIterator", u"OvRxIterator"},
+        {u"OvRxOverrule", u"OvRxObject"},
+        {u"KvRxGenericMap", u"KvRxIterable"},
+        {u"KvRxGenericMapIterator", u"OvRxIterator"},
+        {u"KvRxMap", u"KvRxGenericMap"},
+        {u"KvRxMapIterator", u"KvRxGenericMapIterator"},
+        {u"KvRxPEClassMap", u"KvRxGenericMap"},
+        {u"KvRxPEClassMapIterator", u"KvRxGenericMapIterator"},
+        {u"KvRxCopyOnWriteObject", u"OvRxObject"},
     };
     for (const auto& e : expected) {
         KvRxClass* c = kvrxFindKvRxClass(e.name);
