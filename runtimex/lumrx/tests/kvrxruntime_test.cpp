@@ -1,6 +1,8 @@
 // Start-up, shut-down, the roots and the fatal paths.
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxcollection.h"
+#include "kvrxdynamiclinker.h"
+#include "kvrxservice.h"
 #include "testsupport.h"
 
 #include <cstdlib>
@@ -20,6 +22,13 @@ TEST_F(RuntimeRoots, RegistryHoldsItsRootsUnderFixedIds) {
     EXPECT_EQ(registry->at(u"ClassDictionary"), g->classDictionary);
     EXPECT_EQ(registry->idAt(u"ClassDictionary"), 1u);
     EXPECT_EQ(registry->at(u"classdictionary"), g->classDictionary) << "keys ignore case";
+    EXPECT_EQ(registry->at(u"DynamicLinker"), g->dynamicLinker);
+    EXPECT_EQ(registry->idAt(u"DynamicLinker"), 2u);
+    EXPECT_EQ(registry->at(u"ServiceDictionary"), g->serviceDictionary);
+    EXPECT_EQ(registry->idAt(u"ServiceDictionary"), 3u);
+    EXPECT_EQ(registry->numEntries(), 3u);
+    EXPECT_FALSE(g->serviceDictionary->isCaseSensitive());
+    EXPECT_EQ(g->serviceDictionary->at(u"KernelServices"), g->kernelService);
     EXPECT_TRUE(g->classDictionary->isSorted());
     EXPECT_FALSE(registry->isSorted());
     EXPECT_FALSE(registry->deletesObjects());
@@ -49,6 +58,12 @@ TEST_F(RuntimeRoots, StartupClassesAreRegisteredAndLinked) {
         {u"KvRxLinkedList", u"KvRxGenericCollection"},
         {u"KvRxLinkedListIterator", u"OvRxIterator"},
         {u"OvRxOverrule", u"OvRxObject"},
+        {u"OvRxService", u"OvRxObject"},
+        {u"OvRxKernel", u"OvRxService"},
+        {u"KvRxKernelServiceImp", u"OvRxKernel"},
+        {u"OvRxGenHand", u"OvRxObject"},
+        {u"OvRxDynamicLinker", u"OvRxObject"},
+        {u"KvRxDynamicLinkerImp", u"OvRxDynamicLinker"},
         {u"KvRxGenericMap", u"KvRxIterable"},
         {u"KvRxGenericMapIterator", u"OvRxIterator"},
         {u"KvRxMap", u"KvRxGenericMap"},

@@ -2,6 +2,9 @@
 
 #include "collections/kvrxdictionaryimp.h"
 #include "kernel/kvrximpclass.h"
+#include "kernel/kvrxkernelserviceimp.h"
+#include "kvrxdynamiclinkerimp.h"
+#include "kvrxdynloadmoduleproxy.h"
 #include "kvrxcollection.h"
 #include "kvrxcopyonwriteobject.h"
 #include "kvrxmap.h"
@@ -25,6 +28,12 @@ void (*const kStartupClasses[])() = {
     &KvRxDictionaryIterator::rxInit,
     &KvRxDictionaryImpIterator::rxInit,
     &KvRxOverrule::rxInit,
+    &KvRxService::rxInit,
+    &KvRxKernel::rxInit,
+    &KvRxKernelServiceImp::rxInit,
+    &KvRxDynLoadModuleProxy::rxInit,
+    &KvRxDynamicLinker::rxInit,
+    &KvRxDynamicLinkerImp::rxInit,
     &KvRxIterable::rxInit,
     &KvRxGenericCollection::rxInit,
     &KvRxLinkedList::rxInit,
@@ -116,11 +125,40 @@ void InitializeKvRxSystem() {
     // The class dictionary must exist before any rxInit; parents are linked at the end.
     for (auto rxInit : kStartupClasses) rxInit();
     kvrxBuildClassHierarchy();
+
+    gInstance->dynamicLinker = new KvRxDynamicLinkerImp();
+    gInstance->systemRegistry->atPut(u"DynamicLinker", gInstance->dynamicLinker, id);
+    gInstance->serviceDictionary =
+        KvRxDictionaryImp::createDictionary(0, false, false, true, KvRxService::desc());
+    gInstance->systemRegistry->atPut(u"ServiceDictionary", gInstance->serviceDictionary, id);
+    // Registered through the linker, so that the kernel's own module owns it.
+    gInstance->kernelService = new KvRxKernelServiceImp();
+    gInstance->dynamicLinker->registerService(u"KernelServices", gInstance->kernelService);
 }
+
+namespace {
+
+// Services first: every service still listed goes with the dictionary, the kernel
+// service only if it is no longer listed; then the linker with its modules.
+void deleteServicesAndLinker(KvRxModuleGlobal* instance) {
+    auto* services = static_cast<KvRxDictionaryImp*>(instance->serviceDictionary);
+    KvRxKernel* kernel = instance->kernelService;
+    bool kernelUnlisted = services->at(u"KernelServices") != kernel;
+    services->clear(true);
+    delete services;
+    instance->serviceDictionary = nullptr;
+    if (kernelUnlisted) delete kernel;
+    instance->kernelService = nullptr;
+    delete instance->dynamicLinker;
+    instance->dynamicLinker = nullptr;
+}
+
+}  // namespace
 
 void UninitializeKvRxSystem() {
     KvRxModuleGlobal* instance = gInstance;
     KvRxDictionary* classes = instance->classDictionary;
+    deleteServicesAndLinker(instance);
 
     // What modules doomed goes first, with the order checks on.
     KvRxImpClass::destroyDoomedRxClasses(true);

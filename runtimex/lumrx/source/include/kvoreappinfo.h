@@ -1,0 +1,145 @@
+// Application records: what the registry says about an extension module (when to
+// load it, its file, the groups and commands it offers) under the product's key
+// "Applications\<name>", and the value objects for a record's groups and commands.
+#pragma once
+
+#include "kvrxobject.h"
+#include "lumpal.h"
+
+#include <cstdint>
+
+class KvRxLinkedList;
+class KvoreAppInfoImp;
+
+namespace KvoreApp {
+
+// Status of a record operation.
+enum ErrorStatus {
+    eOk = 0,
+    eBadArgs = 1,
+    eKeyNotFound = 3,   // the key opens in neither hive
+    eOutOfMemory = 4,
+    eNoAppName = 5,
+    eNoRecord = 6,      // a key opened but held no usable record or name
+    eAccessDenied = 8,
+    eNoHive = 9,        // no hive chosen yet (group and command writes)
+    eRegistryError = 10,
+};
+
+// When to load: a flag word.
+using LoadReasons = uint32_t;
+constexpr LoadReasons kOnStartup = 2;
+constexpr LoadReasons kOnCommand = 4;
+constexpr LoadReasons kOnRequest = 8;
+constexpr LoadReasons kDisabled = 16;
+constexpr LoadReasons kFlaggedForDemandLoad = 0x20;
+
+}  // namespace KvoreApp
+
+// One record in memory; read, changed and written any number of times. Owns its
+// implementation object and, through it, its three texts (LumCharOp::zalloc).
+class KvoreAppInfo : public KvRxObject {
+    KVRX_DECLARE_MEMBERS(KvoreAppInfo);
+
+public:
+    enum CmdStatus { kLoaded = 1, kNotLoaded = 2, kModuleNotFound = 3 };
+    using MgdType = int32_t;  // 0 native; anything else a managed module
+    enum ReadFlags {};
+    using AppLoader = CmdStatus (*)(void*);
+
+    KvoreAppInfo();
+    ~KvoreAppInfo() override;
+    KvoreAppInfo(const KvoreAppInfo&) = delete;
+    KvoreAppInfo& operator=(const KvoreAppInfo&) = delete;
+
+    const char16_t* appName() const;
+    const char16_t* moduleName() const;
+    const char16_t* appDesc() const;
+    // Forgets the hive of the last write; drops one leading and then one trailing '"'.
+    void setAppName(const char16_t* name);
+    // A name the host calls remote is fetched first; it stays null if that fails.
+    void setModuleName(const char16_t* name);
+    void setAppDesc(const char16_t* desc);
+    // True if the record offers the command, or the group before a '.', as read last.
+    bool appImplements(const char16_t* name) const;
+    MgdType managed() const;
+    void setManaged(MgdType managed);
+    KvoreApp::LoadReasons loadReason() const;
+    void setLoadReason(KvoreApp::LoadReasons reason);
+    // Result of the last readFromRegistry.
+    KvoreApp::ErrorStatus status() const;
+    void setAppLoader(AppLoader loader);
+    // Loads the record's module by its loader, else through the linker.
+    CmdStatus runAppLoader();
+
+    // The machine hive first; without rights there, the user hive unless the machine
+    // record says the same already.
+    KvoreApp::ErrorStatus writeToRegistry();
+    // The user hive shadows the machine hive.
+    KvoreApp::ErrorStatus readFromRegistry();
+    KvoreApp::ErrorStatus readFromRegistry(ReadFlags flags);
+    // Deletes the record key, without sub-keys, in both hives.
+    KvoreApp::ErrorStatus delFromRegistry();
+    // Into the hive of the last writeToRegistry.
+    KvoreApp::ErrorStatus writeGroupNameToRegistry(const char16_t* groupName);
+    KvoreApp::ErrorStatus writeCommandNameToRegistry(const char16_t* name, const char16_t* value);
+
+private:
+    KvoreAppInfoImp* m_imp;
+};
+
+// A command of a record: two owned texts (LumCharOp::zalloc), copied at construction.
+class KvoreKrxRegCommand : public KvRxObject {
+public:
+    KvoreKrxRegCommand(const char16_t* commandName, const char16_t* commandValue);
+    ~KvoreKrxRegCommand() override;
+    KvoreKrxRegCommand(const KvoreKrxRegCommand&) = delete;
+    KvoreKrxRegCommand& operator=(const KvoreKrxRegCommand&) = delete;
+    // The class registered as "KvoreKrxRegCommand" by someone else, or null.
+    KvRxClass* isA() const override;
+    virtual const char16_t* commandName() const;
+    virtual const char16_t* commandValue() const;
+
+private:
+    char16_t* m_commandName;
+    char16_t* m_commandValue;
+};
+
+// A group of a record and its commands, latest first. Owns its name (LumCharOp::zalloc),
+// its list (from the kernel service, which must be up) and the commands in it.
+class KvoreKrxRegCmdGroup : public KvRxObject {
+public:
+    explicit KvoreKrxRegCmdGroup(const char16_t* groupName);
+    ~KvoreKrxRegCmdGroup() override;
+    KvoreKrxRegCmdGroup(const KvoreKrxRegCmdGroup&) = delete;
+    KvoreKrxRegCmdGroup& operator=(const KvoreKrxRegCmdGroup&) = delete;
+    // The class registered as "KvoreKrxRegCmdGroup" by someone else, or null.
+    KvRxClass* isA() const override;
+
+    const char16_t* groupName() const { return m_groupName; }
+    KvRxLinkedList* commands() const { return m_commands; }
+    // Takes ownership and puts the command first.
+    void addCommand(KvoreKrxRegCommand* command);
+    // The first command whose name (else value) equals `name` without case.
+    bool findCommand(const char16_t* name, bool byName, KvoreKrxRegCommand*& found) const;
+    // Takes all of `other`'s commands; those whose name is here already are deleted.
+    void merge(KvoreKrxRegCmdGroup* other);
+    void clear();
+
+private:
+    char16_t* m_groupName;
+    KvRxLinkedList* m_commands;
+    uint16_t m_commandCount;
+};
+
+// Writes a record with `reason`: 1 for no name, 9 if the write fails, else 0.
+KvoreApp::ErrorStatus kvrxRegisterApp(KvoreApp::LoadReasons reason, const char16_t* appName);
+// Deletes a record: 1 for no name, 3 if it isn't there, 9 for other failures, else 0.
+KvoreApp::ErrorStatus kvrxUnregisterApp(const char16_t* appName);
+
+// The host's product key and language; a host must be set.
+const char16_t* kvrxProductKey();
+uint32_t kvrxProductLCID();
+KvLocale kvrxProductLocale();
+// Always the empty text: records have no separate engine key here.
+const char16_t* kvrxDatumVaultRegistryKey();
