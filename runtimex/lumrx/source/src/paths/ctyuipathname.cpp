@@ -1,0 +1,195 @@
+// CTyUiPathname: state, parsing and the probe.
+#include "ctyuipathname.h"
+
+#include "lumplatform/files.h"
+#include "paths/ctyuipathnamehost.h"
+
+#include <cwctype>
+
+namespace {
+
+const char16_t* const kDevices[] = {u"COM1", u"COM2", u"COM3", u"COM4",
+                                    u"LPT1", u"LPT2", u"LPT3", u"AUX"};
+
+}  // namespace
+
+CTyUiPathname::CTyUiPathname(const CTyUiPathname& other) { AssignCopy(other); }
+
+CTyUiPathname& CTyUiPathname::operator=(const CTyUiPathname& other) {
+    AssignCopy(other);
+    return *this;
+}
+
+CTyUiPathname& CTyUiPathname::operator=(const CTyUiPathname* other) {
+    if (other) AssignCopy(*other);
+    return *this;
+}
+
+CTyUiPathname::~CTyUiPathname() { Empty(); }
+
+void CTyUiPathname::AssignCopy(const CTyUiPathname& other) {
+    if (&other == this) return;
+    Empty();
+    m_type = other.m_type;
+    m_volume = other.m_volume;
+    m_path = other.m_path ? new KvString(*other.m_path) : nullptr;
+    m_base = other.m_base ? new KvString(*other.m_base) : nullptr;
+    m_category = other.m_category;
+    m_separator = other.m_separator;
+    m_hadPrefix = other.m_hadPrefix;
+}
+
+void CTyUiPathname::Empty() {
+    delete m_path;
+    delete m_base;
+    m_path = nullptr;
+    m_base = nullptr;
+    m_type = kEmpty;
+    m_volume = nullptr;
+}
+
+char16_t CTyUiPathname::GetLastCharacter(const KvString& text) {
+    return text.isEmpty() ? 0 : text.kwszPtr()[text.length() - 1];
+}
+
+void CTyUiPathname::Unquote(KvString& text) {
+    KvString copy(text);
+    copy.trim();
+    int length = copy.length();
+    if (length >= 2 && copy.kwszPtr()[0] == u'"' && copy.kwszPtr()[length - 1] == u'"')
+        text = copy.mid(1, length - 2);
+}
+
+void CTyUiPathname::StripSpaces(KvString& text) {
+    if (text.isEmpty()) return;
+    text.trimLeft();
+    text.trimRight();
+}
+
+bool CTyUiPathname::IsDeviceName(const KvString& text) const {
+    if (text.length() < 3) return false;
+    if (GetLastCharacter(text) == u':') return true;
+    int cut = text.findRev(m_separator);
+    if (cut < 0) cut = text.findRev(u':');
+    KvString last = text.mid(cut + 1);
+    int dot = last.findRev(u'.');
+    if (dot >= 0) last = last.left(dot);
+    last.makeUpper();
+    for (const char16_t* device : kDevices)
+        if (last == device) return true;
+    return false;
+}
+
+PathErr CTyUiPathname::FailParse() {
+    Empty();
+    return PathBadText;
+}
+
+PathErr CTyUiPathname::Parse(const char16_t* text, bool wildcardsAllowed) {
+    if (!text) return PathBadText;
+    KvString directory;
+    CTyUiPathname base;
+    if (!ctyuipathhost::CurrentDirectory(directory) || directory.length() >= 260 ||
+        base.ParseRelative(directory.kwszPtr(), nullptr, false) != PathOk) {
+        Empty();
+        return PathBadForm;
+    }
+    base.AppendSlash();
+    return ParseRelative(text, &base, wildcardsAllowed);
+}
+
+PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* base,
+                                     bool wildcardsAllowed) {
+    if (!text) return FailParse();
+    KvString work(text);
+    Empty();
+    Unquote(work);
+    StripSpaces(work);
+    if (work.find(u':') != work.findRev(u':') || work.isEmpty()) return FailParse();
+    if (IsDeviceName(work)) {
+        work.makeUpper();
+        m_path = new KvString(work);
+        m_type = kDevice;
+        return PathOk;
+    }
+    work.replace(u'/', m_separator);
+    const char16_t* chars = work.kwszPtr();
+    char16_t c0 = chars[0], c1 = chars[1];
+    if (c0 == m_separator) {
+        m_category = c1 == m_separator ? kUNC : kRootRelative;
+    } else if (c1 == u':' && std::iswalpha(wint_t(c0))) {
+        m_category = kDrive;
+        work.setAt(0, char16_t(std::towupper(wint_t(c0))));
+    } else {
+        m_category = kRelative;
+    }
+    if (m_category != kDrive && work.find(u':') >= 0) return FailParse();
+    if (!base && (m_category == kRootRelative || m_category == kRelative)) return FailParse();
+    if (base && m_category == kRelative && !base->IsPath()) return FailParse();
+    if (m_category == kDrive || m_category == kUNC) {
+        if (!FindVolume(work)) return FailParse();
+    } else {
+        m_volume = base->m_volume;
+    }
+    if (!m_volume) return FailParse();
+    if (m_category == kUNC && work.length() == m_volume->GetVolumeName()->length())
+        work += m_separator;
+    m_volume->Canonicalize(work);
+
+    if (m_category == kRootRelative) {
+        m_base = new KvString(*base->m_volume->GetVolumeName());
+    } else if (m_category == kRelative) {
+        KvString full;
+        base->GetFullPath(full);
+        if (!full.isEmpty()) m_base = new KvString(full);
+    }
+    KvString full = m_base ? *m_base : KvString();
+    if (m_base && GetLastCharacter(full) != m_separator && work.kwszPtr()[0] != m_separator)
+        full += m_separator;
+    full += work;
+    if (!m_volume->IsValidPath(full, wildcardsAllowed)) return FailParse();
+
+    m_path = new KvString(work);
+    GetAttributes(m_path, m_base, &m_type);
+    if (m_path->find(m_separator) >= 0 || KvString(text).find(u':') >= 0) m_hadPrefix = true;
+    return PathOk;
+}
+
+// Finds the volume of a drive or UNC name; false for a UNC name without a share.
+bool CTyUiPathname::FindVolume(const KvString& work) {
+    if (m_category == kDrive) {
+        m_volume = FindVolumeDescriptor(work.left(2));
+        return true;
+    }
+    int first = work.find(m_separator, 2);
+    if (first < 0 || first == work.length() - 1) return false;
+    int second = work.find(m_separator, first + 1);
+    m_volume = FindVolumeDescriptor(second < 0 ? work : work.left(second));
+    return true;
+}
+
+bool CTyUiPathname::ParseAndOSFind(const char16_t* name) {
+    Empty();
+    KvString found;
+    return name && ctyuipathhost::SearchFile(KvString(name), found) &&
+           ParseRelative(found.kwszPtr(), nullptr, false) == PathOk;
+}
+
+void CTyUiPathname::GetAttributes(const KvString* path, const KvString* base,
+                                  path_type* type) const {
+    *type = kNotFound;
+    KvString name = path->mid(path->findOneOfRev(u"\\:") + 1);
+    if (!name.isEmpty() && name.findOneOf(u"*?") >= 0) {
+        *type = kWildcard;
+        return;
+    }
+    unsigned attributes = lumplatform::kNoAttributes;
+    if (!base || base->isEmpty()) {
+        attributes = ctyuipathhost::AttributesOf(*path);
+    } else {
+        ctyuipathhost::DirectoryFrame frame(*base);
+        if (frame.entered()) attributes = ctyuipathhost::AttributesOf(*path);
+    }
+    if (attributes != lumplatform::kNoAttributes)
+        *type = (attributes & lumplatform::kAttributeDirectory) ? kDirectory : kFile;
+}
