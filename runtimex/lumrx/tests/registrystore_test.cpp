@@ -134,13 +134,21 @@ TEST_F(RegistryStore, EnumerationFollowsFoldedNamesForKeysAndFirstWriteForValues
     }
     EXPECT_EQ(names, (std::vector<std::u16string>{u"z", u"y", u"x"}));
 
-    // A change seen between two indexes brings the new key in.
+    // A walk keeps the key as it was at its start; the next walk sees the change.
     char16_t first[8];
     length = 8;
     ASSERT_EQ(key.subKeyAt(0, first, &length), kRegistryOk);
     RegistryKey added;
     ASSERT_EQ(added.create(kUser, u"\\Set\\0"), kRegistryOk);
+    length = 8;
+    ASSERT_EQ(key.subKeyAt(1, first, &length), kRegistryOk);
+    EXPECT_EQ(std::u16string(first, length), u"b");
     EXPECT_EQ(subKeys(key), (std::vector<std::u16string>{u"0", u"A", u"b", u"c", u"Ä"}));
+    ASSERT_EQ(added.open(kUser, u"\\Set", RegistryAccess::write), kRegistryOk);
+    ASSERT_EQ(added.deleteSubKey(u"0"), kRegistryOk);
+    length = 8;
+    ASSERT_EQ(key.subKeyAt(3, first, &length), kRegistryOk);  // not the next index
+    EXPECT_EQ(std::u16string(first, length), u"Ä");
 }
 
 TEST_F(RegistryStore, StatusesBuffersAndKeyInfo) {

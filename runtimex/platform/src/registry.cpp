@@ -11,13 +11,23 @@ namespace lumplatform {
 
 using registry_internal::HiveStore;
 using registry_internal::kRootKey;
+using registry_internal::ReadScope;
 using registry_internal::ValueRow;
 using registry_internal::WriteScope;
 
 namespace registry_internal {
 
-// The state of one open key. Each snapshot serves enumeration by index, and is good
-// while the hive's change counter stays at the snapshot's stamp.
+// The state of one open key. Each snapshot serves a walk by index: the next index
+// of a walk reads it as it is; any other index takes it again if the hive's change
+// counter moved from the snapshot's stamp.
+template <typename Row>
+struct Snapshot {
+    bool taken = false;
+    uint64_t stamp = 0;
+    uint32_t next = 0;  // the index that continues the walk
+    std::vector<Row> rows;
+};
+
 struct OpenKey {
     OpenKey(std::shared_ptr<HiveStore> s, RegistryHive h, int64_t i, bool w)
         : store(std::move(s)), hive(h), id(i), writable(w) {}
@@ -26,12 +36,8 @@ struct OpenKey {
     RegistryHive hive;
     int64_t id;
     bool writable;
-    bool haveSubKeys = false;
-    uint64_t subKeysStamp = 0;
-    std::vector<std::u16string> subKeys;
-    bool haveValues = false;
-    uint64_t valuesStamp = 0;
-    std::vector<ValueRow> values;
+    Snapshot<std::u16string> subKeys;
+    Snapshot<ValueRow> values;
 };
 
 }  // namespace registry_internal
@@ -39,6 +45,7 @@ struct OpenKey {
 namespace {
 
 using registry_internal::OpenKey;
+using registry_internal::Snapshot;
 
 std::atomic<bool> gReadOnly[2];
 
@@ -150,18 +157,20 @@ RegistryStatus readableStore(OpenKey* key) {
     return key->store->connect(false);
 }
 
-// Brings a snapshot up to date: loads it again when the hive changed since its stamp.
-template <typename Rows, typename Load>
-RegistryStatus refresh(OpenKey& key, bool& have, uint64_t& stamp, Rows& rows, Load load) {
+// Makes a snapshot fit to answer `index`, by the rule of OpenKey.
+template <typename Row, typename Load>
+RegistryStatus refresh(OpenKey& key, Snapshot<Row>& snapshot, uint32_t index, Load load) {
+    if (snapshot.taken && index == snapshot.next && index > 0) return kRegistryOk;
+    ReadScope scope(*key.store);
     uint64_t now;
     RegistryStatus s = key.store->changeCounter(now);
-    if (s != kRegistryOk || (have && stamp == now)) return s;
-    have = false;
+    if (s != kRegistryOk || (snapshot.taken && snapshot.stamp == now)) return s;
+    snapshot.taken = false;
     s = key.store->keyAlive(key.id);
-    if (s == kRegistryOk) s = load(rows);
+    if (s == kRegistryOk) s = load(snapshot.rows);
     if (s != kRegistryOk) return s;
-    have = true;
-    stamp = now;
+    snapshot.taken = true;
+    snapshot.stamp = now;
     return kRegistryOk;
 }
 
@@ -182,8 +191,10 @@ RegistryStatus RegistryKey::open(RegistryHive hive, const char16_t* path, Regist
     std::shared_ptr<HiveStore> store;
     s = HiveStore::forHive(hive, store);
     if (s == kRegistryOk) s = store->connect(write);
+    if (s != kRegistryOk) return s;
     int64_t id = kRootKey;
-    if (s == kRegistryOk) s = findPath(*store, kRootKey, names, id);
+    ReadScope scope(*store);
+    s = findPath(*store, kRootKey, names, id);
     if (s != kRegistryOk) return s;
     m_key.reset(new OpenKey{store, hive, id, write});
     return kRegistryOk;
@@ -223,6 +234,7 @@ RegistryStatus RegistryKey::readValue(const char16_t* name, uint32_t* type, void
     if (s == kRegistryOk) s = valueName(name, wanted);
     if (s != kRegistryOk) return s;
     ValueRow row;
+    ReadScope scope(*m_key->store);
     s = m_key->store->readValue(m_key->id, wanted, row);
     if (s == kRegistryNotFound && m_key->store->keyAlive(m_key->id) == kRegistryKeyDeleted) return kRegistryKeyDeleted;
     if (s != kRegistryOk) return s;
@@ -276,7 +288,9 @@ RegistryStatus RegistryKey::deleteSubKey(const char16_t* path) {
 
 RegistryStatus RegistryKey::info(RegistryKeyInfo& info) {
     RegistryStatus s = readableStore(m_key.get());
-    if (s == kRegistryOk) s = m_key->store->keyAlive(m_key->id);
+    if (s != kRegistryOk) return s;
+    ReadScope scope(*m_key->store);
+    s = m_key->store->keyAlive(m_key->id);
     if (s == kRegistryOk) s = m_key->store->keyInfo(m_key->id, info);
     return s;
 }
@@ -285,11 +299,13 @@ RegistryStatus RegistryKey::subKeyAt(uint32_t index, char16_t* name, uint32_t* l
     RegistryStatus s = readableStore(m_key.get());
     if (s != kRegistryOk) return s;
     OpenKey& key = *m_key;
-    s = refresh(key, key.haveSubKeys, key.subKeysStamp, key.subKeys,
+    s = refresh(key, key.subKeys, index,
                 [&](std::vector<std::u16string>& rows) { return key.store->listSubKeys(key.id, rows); });
     if (s != kRegistryOk) return s;
-    if (index >= key.subKeys.size()) return kRegistryNoMoreItems;
-    return giveName(key.subKeys[index], name, length);
+    if (index >= key.subKeys.rows.size()) return kRegistryNoMoreItems;
+    s = giveName(key.subKeys.rows[index], name, length);
+    if (s == kRegistryOk) key.subKeys.next = index + 1;
+    return s;
 }
 
 RegistryStatus RegistryKey::valueAt(uint32_t index, char16_t* name, uint32_t* nameLength,
@@ -297,13 +313,13 @@ RegistryStatus RegistryKey::valueAt(uint32_t index, char16_t* name, uint32_t* na
     RegistryStatus s = readableStore(m_key.get());
     if (s != kRegistryOk) return s;
     OpenKey& key = *m_key;
-    s = refresh(key, key.haveValues, key.valuesStamp, key.values,
+    s = refresh(key, key.values, index,
                 [&](std::vector<ValueRow>& rows) { return key.store->listValues(key.id, rows); });
     if (s != kRegistryOk) return s;
-    if (index >= key.values.size()) return kRegistryNoMoreItems;
+    if (index >= key.values.rows.size()) return kRegistryNoMoreItems;
     if (!nameLength || (data && !size)) return kRegistryInvalidArgument;
     // Both sizes are reported when either buffer is short, and nothing is copied.
-    const ValueRow& row = key.values[index];
+    const ValueRow& row = key.values.rows[index];
     uint32_t nameRoom = *nameLength, dataRoom = size ? *size : 0;
     bool nameFits = name && nameRoom > row.name.size();
     bool dataFits = !data || dataRoom >= row.data.size();
@@ -313,6 +329,7 @@ RegistryStatus RegistryKey::valueAt(uint32_t index, char16_t* name, uint32_t* na
         return kRegistryMoreData;
     }
     giveName(row.name, name, nameLength);
+    key.values.next = index + 1;
     return giveData(row, type, data, size);
 }
 

@@ -158,9 +158,9 @@ std::string homeFolder() {
     return {};
 }
 
-}  // namespace
-
-std::string hiveFilePath(RegistryHive hive) {
+// The hive's file by the rules of registry.h, and whether it is there (then `st` is
+// its status); an empty path if there is none to be had.
+std::string resolveHive(RegistryHive hive, bool& present, struct stat& st) {
     const char* chosen = std::getenv(hive == RegistryHive::user ? "LUMRX_REGISTRY_USER" : "LUMRX_REGISTRY_MACHINE");
     std::string path;
     if (chosen && *chosen) {
@@ -172,18 +172,29 @@ std::string hiveFilePath(RegistryHive hive) {
         if (config && *config == '/') path = std::string(config) + "/lumora/registry.db";
         else if (!homeFolder().empty()) path = homeFolder() + "/.config/lumora/registry.db";
     }
-    struct stat st;
-    if (!path.empty() && stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) path += "/registry.db";
+    present = !path.empty() && stat(path.c_str(), &st) == 0;
+    if (present && S_ISDIR(st.st_mode)) {
+        path += "/registry.db";
+        present = stat(path.c_str(), &st) == 0;
+    }
     return path;
+}
+
+}  // namespace
+
+std::string hiveFilePath(RegistryHive hive) {
+    bool present;
+    struct stat st;
+    return resolveHive(hive, present, st);
 }
 
 RegistryStatus HiveStore::forHive(RegistryHive hive, std::shared_ptr<HiveStore>& store) {
     static std::mutex lock;
     static std::map<std::string, std::shared_ptr<HiveStore>> stores;  // by file path
-    std::string path = hiveFilePath(hive);
-    if (path.empty()) return kRegistryIoError;
+    bool present;
     struct stat st;
-    bool present = stat(path.c_str(), &st) == 0;
+    std::string path = resolveHive(hive, present, st);
+    if (path.empty()) return kRegistryIoError;
     uint64_t device = present ? uint64_t(st.st_dev) : 0, inode = present ? uint64_t(st.st_ino) : 0;
     std::lock_guard<std::mutex> guard(lock);
     std::shared_ptr<HiveStore>& slot = stores[path];
@@ -342,6 +353,17 @@ RegistryStatus HiveStore::changeCounter(uint64_t& counter) {
     }
     counter = m_generation << 32 | m_changes;
     return kRegistryOk;
+}
+
+bool HiveStore::beginRead() {
+    if (!m_db || !sqlite3_get_autocommit(m_db)) return false;
+    Query q(statement("BEGIN"));
+    return q.prepared() && q.step() == SQLITE_DONE;
+}
+
+void HiveStore::endRead() {
+    Query q(statement("COMMIT"));
+    if (!q.prepared() || q.step() != SQLITE_DONE) exec("ROLLBACK");
 }
 
 RegistryStatus HiveStore::beginWrite() {

@@ -54,6 +54,9 @@ public:
     RegistryStatus connect(bool forWrite);
     RegistryStatus changeCounter(uint64_t& counter);
 
+    // A read transaction, unless one is open (a batch) or there is no file: false then.
+    bool beginRead();
+    void endRead();
     // A write transaction, or a savepoint inside an open batch.
     RegistryStatus beginWrite();
     RegistryStatus endWrite(bool keep);
@@ -93,6 +96,21 @@ private:
     uint64_t m_generation;     // unique to this store in the process
     uint32_t m_changes = 0;    // changes seen: own writes, others' commits, reopening
     int64_t m_dataVersion = -1;  // last PRAGMA data_version read
+};
+
+// The reads of one call under one lock of the file, rather than a lock per statement.
+class ReadScope {
+public:
+    explicit ReadScope(HiveStore& store) : m_store(store), m_open(store.beginRead()) {}
+    ~ReadScope() {
+        if (m_open) m_store.endRead();
+    }
+    ReadScope(const ReadScope&) = delete;
+    ReadScope& operator=(const ReadScope&) = delete;
+
+private:
+    HiveStore& m_store;
+    bool m_open;
 };
 
 // One write transaction on a store; it is rolled back unless committed.

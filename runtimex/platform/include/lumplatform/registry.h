@@ -107,8 +107,9 @@ public:
     RegistryStatus info(RegistryKeyInfo& info);
 
     // Enumeration by index from 0 until kRegistryNoMoreItems: sub-keys in the order
-    // of their folded names, values in the order they were first written. The order
-    // holds for as long as the hive doesn't change.
+    // of their folded names, values in the order they were first written. A walk
+    // that asks index after index sees the key as it was at its start; a walk begun
+    // again at 0 sees what changed since.
     RegistryStatus subKeyAt(uint32_t index, char16_t* name, uint32_t* length);
     RegistryStatus valueAt(uint32_t index, char16_t* name, uint32_t* nameLength,
                            uint32_t* type, void* data, uint32_t* size);
