@@ -1,4 +1,5 @@
-// CTyUiPathname: state, parsing and the probe.
+// CTyUiPathname: state, parsing and the probe. Here and in the other path sources
+// emptiness is asked by length, since a KvString trimmed to nothing keeps its form.
 #include "ctyuipathname.h"
 
 #include "lumplatform/files.h"
@@ -49,7 +50,7 @@ void CTyUiPathname::Empty() {
 }
 
 char16_t CTyUiPathname::GetLastCharacter(const KvString& text) {
-    return text.isEmpty() ? 0 : text.kwszPtr()[text.length() - 1];
+    return text.length() == 0 ? 0 : text.kwszPtr()[text.length() - 1];
 }
 
 void CTyUiPathname::Unquote(KvString& text) {
@@ -61,7 +62,7 @@ void CTyUiPathname::Unquote(KvString& text) {
 }
 
 void CTyUiPathname::StripSpaces(KvString& text) {
-    if (text.isEmpty()) return;
+    if (text.length() == 0) return;
     text.trimLeft();
     text.trimRight();
 }
@@ -105,7 +106,7 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
     Empty();
     Unquote(work);
     StripSpaces(work);
-    if (work.find(u':') != work.findRev(u':') || work.isEmpty()) return FailParse();
+    if (work.find(u':') != work.findRev(u':') || work.length() == 0) return FailParse();
     if (IsDeviceName(work)) {
         work.makeUpper();
         m_path = new KvString(work);
@@ -141,7 +142,7 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
     } else if (m_category == kRelative) {
         KvString full;
         base->GetFullPath(full);
-        if (!full.isEmpty()) m_base = new KvString(full);
+        if (full.length() != 0) m_base = new KvString(full);
     }
     KvString full = m_base ? *m_base : KvString();
     if (m_base && GetLastCharacter(full) != m_separator && work.kwszPtr()[0] != m_separator)
@@ -179,12 +180,12 @@ void CTyUiPathname::GetAttributes(const KvString* path, const KvString* base,
                                   path_type* type) const {
     *type = kNotFound;
     KvString name = path->mid(path->findOneOfRev(u"\\:") + 1);
-    if (!name.isEmpty() && name.findOneOf(u"*?") >= 0) {
+    if (name.length() != 0 && name.findOneOf(u"*?") >= 0) {
         *type = kWildcard;
         return;
     }
     unsigned attributes = lumplatform::kNoAttributes;
-    if (!base || base->isEmpty()) {
+    if (!base || base->length() == 0) {
         attributes = ctyuipathhost::AttributesOf(*path);
     } else {
         ctyuipathhost::DirectoryFrame frame(*base);

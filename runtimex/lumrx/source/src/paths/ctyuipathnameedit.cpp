@@ -105,7 +105,7 @@ void CTyUiPathname::GetFullUNCPath(KvString& out) const {
     out.setEmpty();
     KvString full, network;
     GetFullPath(full);
-    if (!full.isEmpty() && ctyuipathhost::NetworkName(full, network)) out = network;
+    if (full.length() != 0 && ctyuipathhost::NetworkName(full, network)) out = network;
 }
 
 // ---- trimming ----
@@ -250,7 +250,7 @@ bool CTyUiPathname::VerifyExtension(const char16_t* list) const {
     KvString ext;
     GetExtension(ext);
     bool noList = !list || !*list;
-    if (noList || ext.isEmpty()) return noList && ext.isEmpty();
+    if (noList || ext.length() == 0) return noList && ext.length() == 0;
     KvString rest(list);
     while (true) {
         KvString item;
@@ -337,10 +337,10 @@ void CTyUiPathname::BaseToLower() { ChangeBaseCase(false); }
 void CTyUiPathname::BaseToUpper() { ChangeBaseCase(true); }
 
 void CTyUiPathname::RemoveSpaces() {
-    if (!m_path || m_path->isEmpty() || *m_path == u"." || *m_path == u"..") return;
+    if (!m_path || m_path->length() == 0 || *m_path == u"." || *m_path == u"..") return;
     int start = LastSeparatorOrColon(*m_path) + 1;
     KvString base = m_path->mid(start);
-    if (base.isEmpty()) return;
+    if (base.length() == 0) return;
     int dot = base.findRev(u'.');
     KvString stem = dot < 0 ? base : base.left(dot);
     KvString ext = dot < 0 ? KvString() : base.mid(dot);
@@ -385,9 +385,9 @@ void CTyUiPathname::GetDisplayName(KvString& out, int maxChars) const {
     if (width < base.length()) {  // not even the base name fits
         KvString ext;
         GetExtension(ext);
-        if (!ext.isEmpty() && width < ext.length() + 3) ext.setEmpty();
+        if (ext.length() != 0 && width < ext.length() + 3) ext.setEmpty();
         out = base.left(width - ext.length() - 2) + u"~";
-        if (!ext.isEmpty()) out += ext.precat(u".");
+        if (ext.length() != 0) out += ext.precat(u".");
         return;
     }
     int root = 0;
@@ -424,21 +424,21 @@ bool CTyUiPathname::GetUniqueName(CTyUiPathname& result, bool alwaysNew) const {
     if (!alwaysNew && !result.Exists()) return true;
     KvString name, ext, directory;
     result.GetFilename(name);
-    if (name.isEmpty()) name = u"lumTmp";
+    if (name.length() == 0) name = u"lumTmp";
     result.GetExtension(ext);
     result.Trim();
     result.GetFullPath(directory);
     int room = std::min(m_volume->GetMaxComponent(), m_volume->GetMaxPath() - directory.length()) -
                ext.length() - 6;
     KvString candidate = name.left(std::max(room, 0)) + u"00000";
-    if (!ext.isEmpty()) candidate += ext.precat(u".");
+    if (ext.length() != 0) candidate += ext.precat(u".");
     if (room < 1 || !m_volume->IsValidComponent(candidate, false) ||
         result.Append(candidate.kwszPtr()) != PathOk) {
         result.Empty();
         return false;
     }
     // Five random digits over the zeros; nothing reserves the name found.
-    int digits = result.m_path->length() - (ext.isEmpty() ? 0 : ext.length() + 1) - 5;
+    int digits = result.m_path->length() - (ext.length() == 0 ? 0 : ext.length() + 1) - 5;
     for (int attempt = 0; attempt < 200; ++attempt) {
         uint32_t number = (TickCount() * uint32_t(std::rand())) % 100000;
         for (int i = 4; i >= 0; --i, number /= 10)

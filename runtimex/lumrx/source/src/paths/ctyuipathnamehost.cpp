@@ -45,7 +45,7 @@ unsigned AttributesOf(const KvString& windowsName) {
 }
 
 bool SearchFile(const KvString& name, KvString& found) {
-    if (name.isEmpty()) return false;
+    if (name.length() == 0) return false;
     std::vector<KvString> candidates{name};
     const char* path = std::getenv("PATH");
     if (name.findOneOf(u"\\/:") < 0 && path) {
@@ -54,7 +54,7 @@ bool SearchFile(const KvString& name, KvString& found) {
             size_t end = std::min(list.find(':', start), list.size());
             std::u16string windowsDir;
             KvString posixDir(list.substr(start, end - start).c_str(), KvString::kUtf8);
-            if (!posixDir.isEmpty() &&
+            if (posixDir.length() != 0 &&
                 lumplatform::windowsNameOf(Text(posixDir), windowsDir) == lumplatform::DriveStatus::ok)
                 candidates.push_back(KvString(windowsDir.c_str()) + u"\\" + name);
             start = end + 1;

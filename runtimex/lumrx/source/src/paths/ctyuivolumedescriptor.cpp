@@ -113,7 +113,7 @@ bool CTyUiVolumeDescriptor::NamesEqual(const char16_t* a, const KvString* b) con
 
 KvString CTyUiVolumeDescriptor::RootWithSeparator() const {
     KvString root(*m_volumeName);
-    if (root.isEmpty() || root.kwszPtr()[root.length() - 1] != m_separator) root += m_separator;
+    if (root.length() == 0 || root.kwszPtr()[root.length() - 1] != m_separator) root += m_separator;
     return root;
 }
 
@@ -140,13 +140,13 @@ bool CTyUiVolumeDescriptor::HasFreeBytes(unsigned int size) const {
 // system that counts as FAT with long names stays that kind.
 bool CTyUiVolumeDescriptor::IsSameVolume() const {
     if (m_flags & (kFixed | kRamDisk)) return true;
-    if (m_volumeName->isEmpty()) return false;
+    if (m_volumeName->length() == 0) return false;
     lumplatform::VolumeInformation info;
     if (lumplatform::volumeInformation(Text(RootWithSeparator()), info) !=
         lumplatform::DriveStatus::ok)
         return false;
     KvString label(info.label.c_str());
-    bool sameLabel = m_label ? m_label->compareNoCase(label) == 0 : label.isEmpty();
+    bool sameLabel = m_label ? m_label->compareNoCase(label) == 0 : label.length() == 0;
     if (int(info.maxComponentLength) != m_maxComponent || info.serialNumber != m_serialNumber ||
         !sameLabel)
         return false;
@@ -231,11 +231,11 @@ CTyUiFATVolumeDescriptor::~CTyUiFATVolumeDescriptor() = default;
 bool CTyUiFATVolumeDescriptor::IsValidPath(const KvString& path, bool wildcards) const {
     if (path.length() > GetMaxPath() || !HasColonOnlyBehindDrive(path)) return false;
     KvString work(path);
-    while (!work.isEmpty()) {
+    while (work.length() != 0) {
         int cut = work.findRev(u'\\');
         if (cut < 0) cut = work.findRev(u':');
         KvString component = work.mid(cut + 1);
-        if (component.isEmpty()) return true;
+        if (component.length() == 0) return true;
         if (!IsValidComponent(component, wildcards)) return false;
         work = cut < 0 ? KvString() : work.left(cut);
     }
@@ -243,7 +243,7 @@ bool CTyUiFATVolumeDescriptor::IsValidPath(const KvString& path, bool wildcards)
 }
 
 bool CTyUiFATVolumeDescriptor::IsValidComponent(const KvString& name, bool wildcards) const {
-    if (name.isEmpty() || name == u"." || name == u"..") return true;
+    if (name.length() == 0 || name == u"." || name == u"..") return true;
     if (HasForbidden(name, wildcards ? u":<>/\\|;=[]\"+, " : u"*<>/:?\\|;=[]\"+, "))
         return false;
     int length = name.length();
@@ -260,7 +260,7 @@ FS_TYPE CTyUiPathname::ClassifyFileSystem(const KvString& fileSystemName, unsign
 }
 
 FS_TYPE CTyUiPathname::GetFileSystem(KvString& root) {
-    if (root.isEmpty()) return FS_TYPE_EMPTY;
+    if (root.length() == 0) return FS_TYPE_EMPTY;
     if (GetLastCharacter(root) != u'\\') root += u'\\';
     lumplatform::VolumeInformation info;
     if (lumplatform::volumeInformation(Text(root), info) != lumplatform::DriveStatus::ok)
@@ -269,7 +269,7 @@ FS_TYPE CTyUiPathname::GetFileSystem(KvString& root) {
 }
 
 const CTyUiVolumeDescriptor* CTyUiPathname::FindVolumeDescriptor(const KvString& name) {
-    if (name.isEmpty()) return nullptr;
+    if (name.length() == 0) return nullptr;
     if (const CTyUiVolumeDescriptor* known = gVolumeDescriptors.Find(name)) return known;
     return NewVolDescriptor(name);
 }

@@ -1,0 +1,367 @@
+// The path class on a real temporary directory reached through the drive T:.
+#include "ctyuipathname.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::u16string Str(const KvString& s) { return std::u16string(s.kwszPtr()); }
+std::u16string Str(const char16_t* s) { return s ? std::u16string(s) : u"<null>"; }
+std::string U8(const char16_t* s) { return KvString(s).utf8Ptr(); }
+
+class PathnameTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        m_dir = fs::temp_directory_path() /
+                ("ctyuipath-" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+                 "-" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::create_directories(m_dir / "sub.d");
+        std::ofstream(m_dir / "sub.d" / "file.txt") << "content";
+        setenv("LUMRX_DRIVES", ("T=" + m_dir.string()).c_str(), 1);
+        setenv("LUMRX_SHARES", ("srv/share=" + m_dir.string()).c_str(), 1);
+        m_savedDirectory = fs::current_path();
+    }
+    void TearDown() override {
+        fs::current_path(m_savedDirectory);
+        unsetenv("LUMRX_DRIVES");
+        unsetenv("LUMRX_SHARES");
+        fs::remove_all(m_dir);
+    }
+    CTyUiPathname Parsed(const char16_t* text, bool wildcards = false) {
+        CTyUiPathname p;
+        EXPECT_EQ(p.Parse(text, wildcards), PathOk) << U8(text);
+        return p;
+    }
+    fs::path m_dir;
+    fs::path m_savedDirectory;
+};
+
+TEST_F(PathnameTest, MalformedTextsFailAndLeaveTheObjectEmpty) {
+    CTyUiPathname p = Parsed(u"T:\\sub.d\\file.txt");
+    ASSERT_EQ(p.GetPathType(), CTyUiPathname::kFile);
+    for (const char16_t* bad : {u"", u"   ", u"\"\"", u"T:\\a:b", u"ab:c", u"\\\\server",
+                                u"\\\\server\\", u"T:\\a\"b", u"T:\\a\tb", u"T:\\a<b",
+                                u"Q:\\unmapped", u"\\\\other\\share\\x"}) {
+        EXPECT_EQ(p.Parse(bad), PathBadText) << U8(bad);
+        EXPECT_TRUE(p.IsEmpty());
+        EXPECT_EQ(p.GetPathString(), nullptr);
+        p = Parsed(u"T:\\x");
+    }
+    EXPECT_EQ(p.Parse(nullptr), PathBadText);
+    EXPECT_EQ(p.ParseRelative(u"file.txt", nullptr), PathBadText);
+    EXPECT_EQ(p.ParseRelative(u"\\file.txt", nullptr), PathBadText);
+    CTyUiPathname empty;
+    EXPECT_EQ(p.ParseRelative(u"file.txt", &empty), PathBadText);
+}
+
+TEST_F(PathnameTest, LengthLimitOfTheVolume) {
+    std::u16string name = u"T:\\" + std::u16string(256, u'a');
+    EXPECT_EQ(Parsed(name.c_str()).GetPathType(), CTyUiPathname::kNotFound);
+    CTyUiPathname p;
+    EXPECT_EQ(p.Parse((name + u"a").c_str()), PathBadText);
+}
+
+TEST_F(PathnameTest, DevicesAreUpperCasedAndHaveNoVolume) {
+    for (const char16_t* device : {u"com1", u"T:\\dir\\Lpt2.txt", u"aux.dat", u"prn:"}) {
+        CTyUiPathname p = Parsed(device);
+        EXPECT_EQ(p.GetPathType(), CTyUiPathname::kDevice) << U8(device);
+        EXPECT_EQ(p.GetVolumeDescriptor(), nullptr);
+        KvString upper(device);
+        upper.makeUpper();
+        EXPECT_EQ(Str(p.GetPathString()), Str(upper));
+        EXPECT_TRUE(p.Exists());
+    }
+    // A drive and its colon is too short to be a device; COM5 is not in the list.
+    EXPECT_EQ(Parsed(u"t:").GetPathType(), CTyUiPathname::kDirectory);
+    EXPECT_EQ(Parsed(u"T:\\com5").GetPathType(), CTyUiPathname::kNotFound);
+}
+
+TEST_F(PathnameTest, FormsCategoriesAndTheProbe) {
+    CTyUiPathname p = Parsed(u"  \"t:/sub.d/file.txt\"  ");
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\sub.d\\file.txt");
+    EXPECT_EQ(p.GetPathType(), CTyUiPathname::kFile);
+    EXPECT_TRUE(p.WasAbsolute());
+    EXPECT_TRUE(p.HadPrefix());
+    EXPECT_EQ(Parsed(u"T:\\sub.d").GetPathType(), CTyUiPathname::kDirectory);
+    EXPECT_EQ(Parsed(u"T:\\missing").GetPathType(), CTyUiPathname::kNotFound);
+
+    CTyUiPathname unc = Parsed(u"\\\\srv\\share");
+    EXPECT_EQ(Str(unc.GetPathString()), u"\\\\srv\\share\\");
+    EXPECT_TRUE(unc.WasAbsolute());
+    EXPECT_EQ(unc.GetPathType(), CTyUiPathname::kDirectory);
+    EXPECT_EQ(Parsed(u"\\\\srv\\share\\sub.d\\file.txt").GetPathType(), CTyUiPathname::kFile);
+
+    CTyUiPathname base = Parsed(u"T:\\sub.d\\");
+    CTyUiPathname rel;
+    ASSERT_EQ(rel.ParseRelative(u"file.txt", &base), PathOk);
+    EXPECT_EQ(Str(rel.GetPathString()), u"file.txt");
+    EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kFile);
+    EXPECT_FALSE(rel.HadPrefix());
+    EXPECT_FALSE(rel.WasAbsolute());
+    KvString full;
+    ASSERT_TRUE(rel.GetFullPath(full));
+    EXPECT_EQ(Str(full), u"T:\\sub.d\\file.txt");
+
+    CTyUiPathname root;
+    ASSERT_EQ(root.ParseRelative(u"\\sub.d", &base), PathOk);
+    EXPECT_TRUE(root.WasRoot());
+    EXPECT_EQ(root.GetPathType(), CTyUiPathname::kDirectory);
+
+    // Parse works against the current directory.
+    fs::current_path(m_dir / "sub.d");
+    CTyUiPathname here = Parsed(u"file.txt");
+    EXPECT_EQ(here.GetPathType(), CTyUiPathname::kFile);
+    here.GetFullPath(full);
+    // The drive whose directory holds the current directory most closely names it.
+    EXPECT_EQ(Str(full), u"T:\\sub.d\\file.txt");
+    EXPECT_EQ(fs::current_path(), m_dir / "sub.d");
+}
+
+TEST_F(PathnameTest, WildcardsAreTakenOnlyWhenAllowed) {
+    CTyUiPathname p;
+    EXPECT_EQ(p.Parse(u"T:\\*.txt", false), PathBadText);
+    ASSERT_EQ(p.Parse(u"T:\\sub.d\\f?le.txt", true), PathOk);
+    EXPECT_EQ(p.GetPathType(), CTyUiPathname::kWildcard);
+    EXPECT_FALSE(p.Exists());
+}
+
+TEST_F(PathnameTest, CopiesAreDeep) {
+    CTyUiPathname a = Parsed(u"T:\\sub.d\\file.txt");
+    CTyUiPathname b(a);
+    a.TrimComponent();
+    EXPECT_EQ(Str(b.GetPathString()), u"T:\\sub.d\\file.txt");
+    b = &a;
+    EXPECT_EQ(Str(b.GetPathString()), u"T:\\sub.d");
+    b = b;
+    EXPECT_EQ(Str(b.GetPathString()), u"T:\\sub.d");
+}
+
+TEST_F(PathnameTest, PiecesOfTheName) {
+    CTyUiPathname empty;
+    KvString out(u"kept");
+    empty.GetBasename(out);
+    EXPECT_EQ(Str(out), u"kept");
+    empty.GetFilename(out);
+    EXPECT_EQ(Str(out), u"");
+    out = u"kept";
+    empty.GetExtension(out);
+    EXPECT_EQ(Str(out), u"");
+
+    CTyUiPathname dir = Parsed(u"T:\\sub.d");
+    dir.GetFilename(out);
+    EXPECT_EQ(Str(out), u"");
+    dir.GetExtension(out);
+    EXPECT_EQ(Str(out), u"d");
+    CTyUiPathname dotted = Parsed(u"T:\\a.b\\.cfg");
+    dotted.GetFilename(out);
+    EXPECT_EQ(Str(out), u"");
+    dotted.GetExtension(out);
+    EXPECT_EQ(Str(out), u"cfg");
+
+    CTyUiPathname parent;
+    Parsed(u"T:\\sub.d\\file.txt").GetParent(parent);
+    EXPECT_EQ(Str(parent.GetPathString()), u"T:\\sub.d\\");
+    EXPECT_EQ(parent.GetPathType(), CTyUiPathname::kDirectory);
+    CTyUiPathname base = Parsed(u"T:\\sub.d\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"file.txt", &base), PathOk);
+    rel.GetParent(parent);
+    EXPECT_EQ(Str(parent.GetPathString()), u"T:\\sub.d\\");
+    EXPECT_TRUE(parent.WasAbsolute());
+}
+
+TEST_F(PathnameTest, TrimmingStopsAtTheRoot) {
+    CTyUiPathname p = Parsed(u"T:\\");
+    EXPECT_EQ(p.Trim(), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\");
+    EXPECT_EQ(p.TrimSlash(), PathAtRoot);
+    p = Parsed(u"T:x");
+    EXPECT_EQ(p.Trim(), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\");
+    p = Parsed(u"T:\\sub.d\\file.txt");
+    EXPECT_EQ(p.Trim(), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\sub.d\\");
+    EXPECT_EQ(p.GetPathType(), CTyUiPathname::kNotFound);
+    EXPECT_EQ(p.TrimSlash(), PathOk);
+    EXPECT_EQ(p.TrimComponent(), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\");
+
+    CTyUiPathname unc = Parsed(u"\\\\srv\\share\\");
+    EXPECT_EQ(unc.TrimSlash(), PathAtRoot);
+    EXPECT_EQ(unc.TrimComponent(), PathOk);
+    EXPECT_EQ(Str(unc.GetPathString()), u"\\\\srv\\share");
+    EXPECT_EQ(unc.TrimComponent(), PathAtRoot);
+
+    CTyUiPathname base = Parsed(u"T:\\sub.d\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"file.txt", &base), PathOk);
+    EXPECT_EQ(rel.Trim(), PathAtRoot);
+    EXPECT_EQ(rel.TrimComponent(), PathAtRoot);
+    CTyUiPathname root;
+    ASSERT_EQ(root.ParseRelative(u"\\sub.d", &base), PathOk);
+    EXPECT_EQ(root.TrimComponent(), PathOk);
+    EXPECT_EQ(Str(root.GetPathString()), u"\\");
+    EXPECT_EQ(CTyUiPathname().Trim(), PathNoPath);
+}
+
+TEST_F(PathnameTest, AppendingIsJudgedBeforeItIsKept) {
+    CTyUiPathname p = Parsed(u"T:\\sub.d");
+    EXPECT_EQ(p.Append(u"x"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\sub.dx");
+    EXPECT_EQ(p.AppendComponent(u"y"), PathOk);
+    EXPECT_EQ(p.AppendSlash(), PathOk);
+    EXPECT_EQ(p.AppendComponent(u"z"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\sub.dx\\y\\z");
+    EXPECT_EQ(p.AppendComponent(u"a|b"), PathBadText);
+    EXPECT_EQ(p.Append(std::u16string(250, u'q').c_str()), PathBadText);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\sub.dx\\y\\z");
+    CTyUiPathname drive = Parsed(u"T:");
+    EXPECT_EQ(drive.AppendSlash(), PathOk);
+    EXPECT_EQ(Str(drive.GetPathString()), u"T:");
+    EXPECT_EQ(CTyUiPathname().Append(u"x"), PathNoPath);
+}
+
+TEST_F(PathnameTest, Extensions) {
+    CTyUiPathname p = Parsed(u"T:\\a.b\\name");
+    EXPECT_TRUE(p.VerifyExtension(u""));
+    EXPECT_TRUE(p.VerifyExtension(nullptr));
+    EXPECT_FALSE(p.VerifyExtension(u"txt"));
+    EXPECT_EQ(p.ReplaceExtensionAlways(u".dwg"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.dwg");
+    EXPECT_TRUE(p.VerifyExtension(u"txt;DWG"));
+    EXPECT_FALSE(p.VerifyExtension(u"dw;dwgx; dwg"));
+    EXPECT_FALSE(p.VerifyExtension(u""));
+    EXPECT_EQ(p.ReplaceExtensionIfNoMatch(u"dxf;bak"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.dxf");
+    EXPECT_EQ(p.ReplaceExtensionIfNoMatch(u"bak;DXF"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.dxf");
+    EXPECT_EQ(p.AddExtensionAlways(u".bak"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.dxf..bak");
+    EXPECT_EQ(p.ReplaceExtensionAlways(u""), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.dxf.");
+    p.RemoveExtensionAlways();
+    p.RemoveExtensionIfMatch(u"dxf");
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name");
+    p.RemoveExtensionAlways();
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name");
+    EXPECT_EQ(p.AddExtensionIfNoMatch(u"lsp;fas"), PathOk);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.lsp");
+    EXPECT_EQ(p.ReplaceExtensionAlways(u"a:b"), PathBadText);
+    EXPECT_EQ(p.AddExtensionAlways(nullptr), PathBadText);
+    EXPECT_EQ(CTyUiPathname().ReplaceExtensionAlways(nullptr), PathNoPath);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a.b\\name.lsp");
+}
+
+TEST_F(PathnameTest, CaseAndBlanksOfTheBaseName) {
+    CTyUiPathname p = Parsed(u"T:\\A Dir\\  My File . Txt");
+    p.RemoveSpaces();
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\A Dir\\My File. Txt");
+    p.BaseToUpper();
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\A Dir\\MY FILE. TXT");
+    p.BaseToLower();
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\A Dir\\my file. txt");
+}
+
+TEST_F(PathnameTest, PathMatchIgnoresCaseAndTrailingSeparator) {
+    CTyUiPathname p = Parsed(u"T:\\sub.d");
+    EXPECT_TRUE(p.PathMatch(u"t:\\SUB.D\\"));
+    EXPECT_FALSE(p.PathMatch(u"T:\\sub.e"));
+    EXPECT_FALSE(p.PathMatch(static_cast<const char16_t*>(nullptr)));
+    CTyUiPathname same = Parsed(u"T:\\SUB.D\\");
+    EXPECT_TRUE(p.PathMatch(&same));
+    CTyUiPathname unc = Parsed(u"\\\\srv\\share\\sub.d");
+    EXPECT_FALSE(p.PathMatch(&unc));
+}
+
+TEST_F(PathnameTest, DisplayNamesFitTheWidth) {
+    const char16_t* text = u"T:\\alpha\\beta\\gamma\\delta\\file.txt";
+    CTyUiPathname p = Parsed(text);
+    KvString out;
+    p.GetDisplayName(out, -1);
+    EXPECT_EQ(Str(out), text);
+    for (int width = 6; width < 34; ++width) {
+        p.GetDisplayName(out, width);
+        EXPECT_LE(out.length(), width) << width;
+    }
+    p.GetDisplayName(out, 22);
+    EXPECT_EQ(Str(out), u"T:\\...\\delta\\file.txt");
+    // Below 6 the width is 6, where not even the base name fits.
+    p.GetDisplayName(out, 2);
+    EXPECT_EQ(Str(out), u"f~.txt");
+    CTyUiPathname longName = Parsed(u"T:\\averyverylongname.abcdef");
+    longName.GetDisplayName(out, 8);
+    EXPECT_EQ(Str(out), u"averyv~");
+    longName.GetDisplayName(out, 12);
+    EXPECT_EQ(Str(out), u"aver~.abcdef");
+    CTyUiPathname base = Parsed(u"T:\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"alpha\\beta\\gamma\\file.txt", &base), PathOk);
+    rel.GetDisplayName(out, 19);
+    EXPECT_EQ(Str(out), u"...\\gamma\\file.txt");
+    rel.GetDisplayName(out, 18);
+    EXPECT_EQ(Str(out), u"...\\file.txt");
+}
+
+TEST_F(PathnameTest, UniqueNames) {
+    CTyUiPathname result;
+    CTyUiPathname free = Parsed(u"T:\\free.txt");
+    ASSERT_TRUE(free.GetUniqueName(result, false));
+    EXPECT_EQ(Str(result.GetPathString()), u"T:\\free.txt");
+
+    CTyUiPathname taken = Parsed(u"T:\\sub.d\\file.txt");
+    ASSERT_TRUE(taken.GetUniqueName(result, false));
+    std::u16string name = Str(result.GetPathString());
+    ASSERT_EQ(name.size(), std::u16string(u"T:\\sub.d\\file00000.txt").size()) << U8(name.c_str());
+    EXPECT_EQ(name.substr(0, 13), u"T:\\sub.d\\file");
+    EXPECT_EQ(name.substr(18), u".txt");
+    EXPECT_TRUE(std::all_of(name.begin() + 13, name.begin() + 18, [](char16_t c) { return c >= u'0' && c <= u'9'; }));
+    EXPECT_FALSE(result.Exists());
+
+    CTyUiPathname dir = Parsed(u"T:\\sub.d\\nodot");
+    ASSERT_TRUE(dir.GetUniqueName(result, true));
+    name = Str(result.GetPathString());
+    EXPECT_EQ(name.size(), std::u16string(u"T:\\sub.d\\nodot00000").size());
+
+    std::u16string deep = u"T:\\" + std::u16string(248, u'd') + u"\\x.txt";
+    CTyUiPathname cramped = Parsed(deep.c_str());
+    EXPECT_FALSE(cramped.GetUniqueName(result, true));
+    EXPECT_TRUE(result.IsEmpty());
+}
+
+TEST_F(PathnameTest, FileOperationsOnTheDrive) {
+    CTyUiPathname p = Parsed(u"T:\\sub.d\\new.bin");
+    void* handle = nullptr;
+    ASSERT_TRUE(p.OpenWriteOnly(handle));
+    std::fputs("written", static_cast<FILE*>(handle));
+    std::fclose(static_cast<FILE*>(handle));
+    EXPECT_TRUE(p.Exists());
+    EXPECT_EQ(p.GetPathType(), CTyUiPathname::kFile);
+    ASSERT_TRUE(p.OpenReadOnly(handle));
+    char text[16] = {};
+    std::fgets(text, sizeof text, static_cast<FILE*>(handle));
+    std::fclose(static_cast<FILE*>(handle));
+    EXPECT_STREQ(text, "written");
+    FILE* stream = nullptr;
+    ASSERT_TRUE(p.Open(&stream, u"r"));
+    std::fclose(stream);
+    EXPECT_FALSE(Parsed(u"T:\\missing\\x").OpenReadOnly(handle));
+    EXPECT_EQ(handle, reinterpret_cast<void*>(-1));
+
+    CTyUiPathname base = Parsed(u"T:\\sub.d\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"new.bin", &base), PathOk);
+    ASSERT_TRUE(rel.Rename(u"renamed.bin"));
+    EXPECT_EQ(Str(rel.GetPathString()), u"renamed.bin");
+    EXPECT_TRUE(fs::exists(m_dir / "sub.d" / "renamed.bin"));
+    EXPECT_EQ(fs::current_path(), m_savedDirectory);
+    EXPECT_TRUE(rel.Remove());
+    EXPECT_FALSE(rel.Remove());
+    EXPECT_FALSE(fs::exists(m_dir / "sub.d" / "renamed.bin"));
+}
+
+}  // namespace
