@@ -331,6 +331,11 @@ TEST_F(RegistryStore, FilePermissionsDecideWhetherAHiveIsWritable) {
     fs::permissions(folder, fs::perms::owner_write, fs::perm_options::remove);  // no room for a journal
     EXPECT_EQ(key.create(kUser, u"\\Lumora\\App"), kRegistryAccessDenied);
     EXPECT_EQ(key.create(kMachine, u"\\Lumora"), kRegistryAccessDenied);      // no file, and none can be made
+    fs::permissions(folder, fs::perms::owner_write, fs::perm_options::add);
+    fs::copy_file(userFile, folder / "other.db");
+    fs::permissions(folder / "other.db", fs::perms::none);  // unreadable
+    setenv("LUMRX_REGISTRY_USER", (folder / "other.db").c_str(), 1);
+    EXPECT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryAccessDenied);
 }
 
 TEST_F(RegistryStore, CorruptOrForeignFilesGiveAnErrorAndStayUntouched) {

@@ -208,7 +208,6 @@ HiveStore::HiveStore(std::string path, uint64_t generation)
     : m_path(std::move(path)), m_generation(generation) {}
 
 HiveStore::~HiveStore() {
-    if (m_inBatch) exec("ROLLBACK");
     closeFile();
 }
 
