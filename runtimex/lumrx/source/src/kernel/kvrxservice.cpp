@@ -86,7 +86,12 @@ KvRxDynamicLinker* linker() {
 
 void* kvrxRegisterService(const char16_t* serviceName) {
     auto* service = new KvRxService;
-    linker()->registerService(serviceName, service);
+    try {
+        linker()->registerService(serviceName, service);
+    } catch (...) {
+        delete service;  // a name registered already is fatal; the new object isn't kept
+        throw;
+    }
     return service;
 }
 
