@@ -18,6 +18,10 @@
 #include <cstdio>
 #include <string>
 
+namespace Tarnwick { namespace Lumora { namespace PAL { namespace FileIO {
+class File;
+}}}}  // namespace Tarnwick::Lumora::PAL::FileIO
+
 // The kind of file system of a volume.
 enum FS_TYPE {
     FS_TYPE_NOFS = 0,   // the volume can't be asked
@@ -220,12 +224,19 @@ public:
     // gives the invalid handle, (void*)-1.
     bool OpenReadOnly(void*& handle);
     bool OpenWriteOnly(void*& handle);
+    // Files of the platform's file layer aren't opened through path names: always false.
+    bool OpenReadOnly(Tarnwick::Lumora::PAL::FileIO::File& file);
+    bool OpenWriteOnly(Tarnwick::Lumora::PAL::FileIO::File& file);
     bool Open(FILE** stream, const char16_t* mode);
     bool Rename(const char16_t* newName);
     bool Remove();
 
 protected:
     char16_t GetSeparator() const { return m_separator; }
+    // Kept for derived classes; they have fixed answers: false, false, empty.
+    bool IsValidOnColon(const KvString* text) const;
+    static bool WasAbsoluteHelper(path_category category);
+    KvString GetDriveForRoottypePath(const CTyUiVolumeDescriptor* const volume) const;
     static char16_t GetLastCharacter(const KvString& text);
     static void Unquote(KvString& text);
     bool IsDeviceName(const KvString& text) const;

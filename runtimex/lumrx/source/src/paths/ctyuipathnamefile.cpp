@@ -85,3 +85,15 @@ bool CTyUiPathname::Remove() {
         return ctyuipathhost::PosixPathOf(*m_path, posix) && std::remove(posix.c_str()) == 0;
     });
 }
+
+bool CTyUiPathname::OpenReadOnly(Tarnwick::Lumora::PAL::FileIO::File&) { return false; }
+
+bool CTyUiPathname::OpenWriteOnly(Tarnwick::Lumora::PAL::FileIO::File&) { return false; }
+
+bool CTyUiPathname::IsValidOnColon(const KvString*) const { return false; }
+
+bool CTyUiPathname::WasAbsoluteHelper(path_category) { return false; }
+
+KvString CTyUiPathname::GetDriveForRoottypePath(const CTyUiVolumeDescriptor* const) const {
+    return KvString();
+}
