@@ -10,6 +10,7 @@
 #include "kvrxmap.h"
 #include "kvrxoverrule.h"
 #include "lumosbase.h"
+#include "reactors/kvrxprotocolreactorimp.h"
 
 namespace {
 
@@ -44,6 +45,17 @@ void (*const kStartupClasses[])() = {
     &KvRxMapIterator::rxInit,
     &KvRxPEClassMap::rxInit,
     &KvRxPEClassMapIterator::rxInit,
+    &KvRxProtocolReactorManagerFactory::rxInit,
+    &KvRxProtocolReactorManager::rxInit,
+    &KvRxProtocolReactorList::rxInit,
+    &KvRxProtocolReactorListIterator::rxInit,
+    &KvRxProtocolReactor::rxInit,
+    &KvRxProtocolReactorIterator::rxInit,
+    &KvRxProtocolReactorManagerFactoryImp::rxInit,
+    &KvRxProtocolReactorManagerImp::rxInit,
+    &KvRxProtocolReactorListImp::rxInit,
+    &KvRxProtocolReactorListIteratorImp::rxInit,
+    &KvRxProtocolReactorIteratorImp::rxInit,
     &KvRxCopyOnWriteObject::rxInit,
 };
 
@@ -134,6 +146,9 @@ void InitializeKvRxSystem() {
     // Registered through the linker, so that the kernel's own module owns it.
     gInstance->kernelService = new KvRxKernelServiceImp();
     gInstance->dynamicLinker->registerService(u"KernelServices", gInstance->kernelService);
+    // Straight into the dictionary, so it has no owning module; shut-down deletes it.
+    gInstance->serviceDictionary->atPut(u"ProtocolReactorManager",
+                                        new KvRxProtocolReactorManagerFactoryImp(), id);
 }
 
 namespace {
