@@ -1,0 +1,30 @@
+# Test modules: real *.krx shared objects built from modules/testmodule.cpp, one per
+# behaviour, all in one directory that the loader and linker tests get as
+# LUMRX_TEST_MODULE_DIR.
+set(LUMRX_TEST_MODULE_DIR ${CMAKE_CURRENT_BINARY_DIR}/krx)
+function(lumrx_test_module name)
+  add_library(${name} SHARED ${CMAKE_CURRENT_LIST_DIR}/modules/testmodule.cpp)
+  set_target_properties(${name} PROPERTIES PREFIX "" SUFFIX ".krx"
+    LIBRARY_OUTPUT_DIRECTORY ${LUMRX_TEST_MODULE_DIR} BUILD_RPATH "$ORIGIN")
+  target_compile_definitions(${name} PRIVATE KRX_NAME="${name}" ${ARGN})
+  target_link_libraries(${name} PRIVATE lumosbase)
+  list(APPEND LUMRX_TEST_MODULES ${name})
+  set(LUMRX_TEST_MODULES ${LUMRX_TEST_MODULES} PARENT_SCOPE)
+endfunction()
+
+lumrx_test_module(krxgood)
+lumrx_test_module(krxdep KRX_PROVIDES_DEP)
+lumrx_test_module(krxuser KRX_USES_DEP)
+target_link_libraries(krxuser PRIVATE krxdep)
+lumrx_test_module(krxfailinit KRX_INIT_RESULT=1)
+lumrx_test_module(krxthrows KRX_THROW)
+lumrx_test_module(krxoldapi KRX_VERSION=0x07E40003u)
+lumrx_test_module(krxnoentry KRX_NO_ENTRY)
+lumrx_test_module(krxnoversion KRX_NO_VERSION)
+
+foreach(test platformloader_test kvrxdynamiclinker_test)
+  if(TARGET ${test})
+    target_compile_definitions(${test} PRIVATE LUMRX_TEST_MODULE_DIR="${LUMRX_TEST_MODULE_DIR}")
+    add_dependencies(${test} ${LUMRX_TEST_MODULES})
+  endif()
+endforeach()

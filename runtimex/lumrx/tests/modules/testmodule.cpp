@@ -1,0 +1,62 @@
+// One extension module for the linker tests, built several times with different
+// behaviour. Each call of its exports appends a line "<name> <event>" to the file that
+// LUMRX_TEST_MODULE_LOG names, so a test can read the order of events.
+#include "lumosbase.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
+
+#ifndef KRX_VERSION
+#define KRX_VERSION 0x07E50003u
+#endif
+#ifndef KRX_INIT_RESULT
+#define KRX_INIT_RESULT 0
+#endif
+
+namespace {
+
+void logEvent(const char* event, const char* detail = "") {
+    const char* file = std::getenv("LUMRX_TEST_MODULE_LOG");
+    FILE* log = file ? std::fopen(file, "a") : nullptr;
+    if (!log) return;
+    std::fprintf(log, "%s %s%s\n", KRX_NAME, event, detail);
+    std::fclose(log);
+}
+
+// The current directory while the image's static initialisers run.
+struct LoadWitness {
+    LoadWitness() {
+        char cwd[4096];
+        logEvent("mapped ", getcwd(cwd, sizeof cwd) ? cwd : "?");
+    }
+} witness;
+
+}  // namespace
+
+#ifdef KRX_PROVIDES_DEP
+extern "C" int krxDepValue() { return 7; }
+#endif
+#ifdef KRX_USES_DEP
+extern "C" int krxDepValue();
+#endif
+
+#ifndef KRX_NO_VERSION
+extern "C" uint32_t kvrxGetApiVersion(uintptr_t) { return KRX_VERSION; }
+#endif
+
+#ifndef KRX_NO_ENTRY
+extern "C" int kvrxEntryPoint(int code, void*) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", code);
+    logEvent("message ", text);
+#ifdef KRX_USES_DEP
+    if (krxDepValue() != 7) return 1;
+#endif
+#ifdef KRX_THROW
+    if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
+#endif
+    return code == 1 ? KRX_INIT_RESULT : 0;
+}
+#endif

@@ -1,0 +1,177 @@
+// The platform loader on real files: the test modules, copies cut short, text files
+// and hand-made headers.
+#include "lumplatform/library.h"
+#include "lumplatform/loader.h"
+#include "lumplatform/text.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+namespace fs = std::filesystem;
+using lumplatform::fromUtf8;
+using lumplatform::toUtf8;
+
+namespace {
+
+const fs::path kModules = LUMRX_TEST_MODULE_DIR;
+
+#if defined(__x86_64__)
+constexpr unsigned kOwnMachine = lumplatform::kMachineAmd64;
+#elif defined(__aarch64__)
+constexpr unsigned kOwnMachine = lumplatform::kMachineArm64;
+#elif defined(__i386__)
+constexpr unsigned kOwnMachine = lumplatform::kMachineI386;
+#endif
+
+class PlatformLoader : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = fs::temp_directory_path() /
+              ("lumloader-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
+        fs::remove_all(dir);
+        fs::create_directories(dir);
+        oldCwd = fs::current_path();
+    }
+    void TearDown() override {
+        fs::current_path(oldCwd);
+        unsetenv("LUMRX_PATH");
+        fs::remove_all(dir);
+    }
+    fs::path write(const std::string& name, const std::string& bytes) {
+        std::ofstream(dir / name, std::ios::binary) << bytes;
+        return dir / name;
+    }
+    static std::string bytesOf(const fs::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    static std::u16string u(const fs::path& p) { return fromUtf8(p.string()); }
+
+    fs::path dir, oldCwd;
+};
+
+// A PE header: "MZ", the NT offset at 0x3C, then "PE\0\0" and the machine word.
+std::string peImage(unsigned ntOffset, unsigned machine, size_t size) {
+    std::string b(size, '\0');
+    b[0] = 'M', b[1] = 'Z';
+    for (int i = 0; i < 4; ++i) b[0x3C + i] = char(ntOffset >> (8 * i));
+    std::string nt{'P', 'E', 0, 0, char(machine & 0xFF), char(machine >> 8)};
+    if (ntOffset < size) b.replace(ntOffset, std::min(nt.size(), size - ntOffset), nt, 0, size - ntOffset);
+    return b;
+}
+
+}  // namespace
+
+TEST_F(PlatformLoader, OpensModulesAndFindsThemMapped) {
+    std::u16string good = u(kModules / "krxgood.krx");
+    EXPECT_EQ(lumplatform::mappedImage(good), nullptr);
+    int error = -1;
+    void* handle = lumplatform::openImage(good, error);
+    ASSERT_NE(handle, nullptr);
+    EXPECT_EQ(error, 0);
+    EXPECT_NE(lumplatform::librarySymbol(handle, "kvrxEntryPoint"), nullptr);
+    EXPECT_EQ(lumplatform::imagePath(handle), good);
+    // The query adds no reference: one close unmaps the image.
+    EXPECT_EQ(lumplatform::mappedImage(good), handle);
+    EXPECT_EQ(lumplatform::mappedImage(good), handle);
+    lumplatform::closeLibrary(handle);
+    EXPECT_EQ(lumplatform::mappedImage(good), nullptr);
+    EXPECT_EQ(lumplatform::mappedImage(u""), nullptr);
+    EXPECT_EQ(lumplatform::imagePath(nullptr), u"");
+}
+
+TEST_F(PlatformLoader, TellsMissingFromUnloadable) {
+    int error = 0;
+    EXPECT_EQ(lumplatform::openImage(u(dir / "absent.krx"), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageMissing);
+
+    // A module whose dependency is not beside it.
+    fs::copy_file(kModules / "krxuser.krx", dir / "krxuser.krx");
+    EXPECT_EQ(lumplatform::openImage(u(dir / "krxuser.krx"), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageMissing);
+
+    std::string good = bytesOf(kModules / "krxgood.krx");
+    for (size_t cut : {size_t(0), size_t(3), size_t(40), size_t(200), size_t(1024)}) {
+        error = 0;
+        fs::path file = write("cut" + std::to_string(cut) + ".krx", good.substr(0, cut));
+        EXPECT_EQ(lumplatform::openImage(u(file), error), nullptr) << cut;
+        EXPECT_EQ(error, lumplatform::kImageNotLoadable) << cut;
+    }
+    for (const std::string& bytes : {std::string("; not an image\n"), peImage(0x80, 0x8664, 0x200)}) {
+        error = 0;
+        EXPECT_EQ(lumplatform::openImage(u(write("other.krx", bytes)), error), nullptr);
+        EXPECT_EQ(error, lumplatform::kImageNotLoadable);
+    }
+}
+
+TEST_F(PlatformLoader, ListsDependenciesByMappedPath) {
+    int error = 0;
+    void* user = lumplatform::openImage(u(kModules / "krxuser.krx"), error);
+    ASSERT_NE(user, nullptr);
+    std::vector<std::u16string> deps = lumplatform::imageDependencies(user);
+    std::vector<std::u16string> own;
+    for (const std::u16string& d : deps) {
+        EXPECT_EQ(d.front(), u'/') << toUtf8(d);  // every one resolved to a path
+        if (d.size() > 4 && d.substr(d.size() - 4) == u".krx") own.push_back(d);
+    }
+    EXPECT_EQ(own, std::vector<std::u16string>{u(kModules / "krxdep.krx")});
+    // krxgood needs no other module.
+    void* good = lumplatform::openImage(u(kModules / "krxgood.krx"), error);
+    for (const std::u16string& d : lumplatform::imageDependencies(good))
+        EXPECT_EQ(d.find(u".krx"), std::u16string::npos);
+    EXPECT_TRUE(lumplatform::imageDependencies(nullptr).empty());
+    lumplatform::closeLibrary(good);
+    lumplatform::closeLibrary(user);
+}
+
+TEST_F(PlatformLoader, ProbesElfAndPeHeadersWithinTheFile) {
+    EXPECT_EQ(lumplatform::probeImageMachine(u(kModules / "krxgood.krx")), kOwnMachine);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(dir / "absent")), 0u);
+
+    std::string elf = bytesOf(kModules / "krxgood.krx").substr(0, 64);
+    elf[18] = 3, elf[19] = 0;  // i386
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("i386.so", elf))), lumplatform::kMachineI386);
+    elf[18] = char(183);  // AArch64
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("arm.so", elf))), lumplatform::kMachineArm64);
+    elf[18] = 8;  // MIPS: no word for it
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("mips.so", elf))), 0u);
+    elf[5] = 2, elf[18] = 0, elf[19] = 62;  // big-endian x86-64
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("be.so", elf))), lumplatform::kMachineAmd64);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("short.so", elf.substr(0, 19)))), 0u);
+
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("pe.dll", peImage(0x80, 0x8664, 0x200)))), 0x8664u);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("pe32.dll", peImage(0x40, 0x014C, 0x46)))), 0x014Cu);
+    // The NT headers cut short, past the end, or far beyond it; no signature; no DOS header.
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("a.dll", peImage(0x80, 0x8664, 0x85)))), 0u);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("b.dll", peImage(0x300, 0x8664, 0x200)))), 0u);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("c.dll", peImage(0xFFFFFFF0u, 0x8664, 0x200)))), 0u);
+    std::string unsigned_ = peImage(0x80, 0x8664, 0x200);
+    unsigned_[0x81] = 'X';
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("d.dll", unsigned_))), 0u);
+    EXPECT_EQ(lumplatform::probeImageMachine(u(write("e.dll", "MZ"))), 0u);
+}
+
+TEST_F(PlatformLoader, SearchesProgramCurrentAndListedDirectories) {
+    std::u16string good = u(kModules / "krxgood.krx");
+    EXPECT_EQ(lumplatform::searchFile(good), good);
+    EXPECT_EQ(lumplatform::searchFile(u(dir / "absent.krx")), u"");
+    EXPECT_EQ(lumplatform::searchFile(u"krxgood.krx"), u"");
+    EXPECT_EQ(lumplatform::searchFile(u""), u"");
+
+    setenv("LUMRX_PATH", ("::/nowhere:" + kModules.string()).c_str(), 1);
+    EXPECT_EQ(lumplatform::searchFile(u"krxgood.krx"), good);
+    // The current directory comes before the list, and a directory is no file.
+    write("krxgood.krx", "x");
+    fs::create_directory(dir / "krxdep.krx");
+    fs::current_path(dir);
+    EXPECT_EQ(lumplatform::searchFile(u"krxgood.krx"), u(dir / "krxgood.krx"));
+    EXPECT_EQ(lumplatform::searchFile(u"krxdep.krx"), u(kModules / "krxdep.krx"));
+    EXPECT_EQ(lumplatform::searchFile(u"./krxgood.krx"), u(dir / "krxgood.krx"));
+    // PATH is the last resort.
+    EXPECT_FALSE(lumplatform::searchFile(u"sh").empty());
+}

@@ -1,0 +1,38 @@
+// Module images: opening with a reason for failure, asking for an image already
+// mapped, its path and static dependencies, the file search and the header probe.
+// Handles are those of library.h: librarySymbol and closeLibrary work on them.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace lumplatform {
+
+constexpr int kImageMissing = 126;   // the file or one of its dependencies is missing
+constexpr int kImageNotLoadable = 193;  // the file is no loadable image for this process
+
+// Opens the image at `path` and runs its static initialisers. On failure the result is
+// null and `error` is kImageMissing or kImageNotLoadable; on success `error` is 0.
+void* openImage(const std::u16string& path, int& error);
+// The handle of the image at `path` if the process has it mapped, else null. Adds no
+// reference.
+void* mappedImage(const std::u16string& path);
+// The file the image of `handle` was mapped from; empty if unknown.
+std::u16string imagePath(void* handle);
+// Full paths of the objects mapped for the image's own dependencies, in the image's
+// order; a dependency that is not mapped keeps the name the image gives.
+std::vector<std::u16string> imageDependencies(void* handle);
+
+// Finds a file: a name with a separator as it is; a bare name in the directory of the
+// running program, the current directory, each entry of LUMRX_PATH, then of PATH.
+// The full path of the file, or empty if there is none.
+std::u16string searchFile(const std::u16string& name);
+
+constexpr unsigned kMachineI386 = 0x014C;
+constexpr unsigned kMachineAmd64 = 0x8664;
+constexpr unsigned kMachineArm64 = 0xAA64;
+// The machine word of an executable image file: an ELF machine mapped to the words
+// above, or a PE header's own word. 0 for anything unreadable, truncated or unknown.
+unsigned probeImageMachine(const std::u16string& path);
+
+}  // namespace lumplatform

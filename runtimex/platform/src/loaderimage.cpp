@@ -1,0 +1,120 @@
+#include "lumplatform/library.h"
+#include "lumplatform/loader.h"
+#include "lumplatform/text.h"
+
+#include <dlfcn.h>
+#include <cstdint>
+#include <cstring>
+#include <elf.h>
+#include <fcntl.h>
+#include <link.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace lumplatform {
+
+// True if the header has the process's own format (class, byte order, machine) and
+// is a shared object or position-independent executable.
+static bool isOwnFormat(const ElfW(Ehdr)& header) {
+    // The header of the object holding this code, as mapped, is the process's format.
+    Dl_info self;
+    if (!dladdr(reinterpret_cast<void*>(&isOwnFormat), &self)) return false;
+    const auto* own = static_cast<const ElfW(Ehdr)*>(self.dli_fbase);
+    return std::memcmp(header.e_ident, own->e_ident, EI_VERSION) == 0 &&
+           header.e_machine == own->e_machine && header.e_type == ET_DYN &&
+           header.e_phentsize == sizeof(ElfW(Phdr));
+}
+
+// True if every segment the dynamic loader would map lies inside the file: a file cut
+// short would otherwise map and fault on first touch.
+static bool segmentsInFile(int fd, const ElfW(Ehdr)& header, uint64_t fileSize) {
+    uint64_t tableEnd = uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
+    if (header.e_phnum == 0 || tableEnd > fileSize) return false;
+    std::vector<ElfW(Phdr)> segments(header.e_phnum);
+    size_t bytes = segments.size() * sizeof(ElfW(Phdr));
+    if (pread(fd, segments.data(), bytes, off_t(header.e_phoff)) != ssize_t(bytes)) return false;
+    for (const ElfW(Phdr)& s : segments) {
+        bool mapped = s.p_type == PT_LOAD || s.p_type == PT_DYNAMIC;
+        if (mapped && (s.p_offset > fileSize || s.p_filesz > fileSize - s.p_offset)) return false;
+    }
+    return true;
+}
+
+static bool isLoadableHere(const std::string& path) {
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return false;
+    ElfW(Ehdr) header;
+    struct stat st;
+    bool ok = fstat(fd, &st) == 0 && pread(fd, &header, sizeof header, 0) == ssize_t(sizeof header) &&
+              isOwnFormat(header) && segmentsInFile(fd, header, uint64_t(st.st_size));
+    close(fd);
+    return ok;
+}
+
+void* openImage(const std::u16string& path, int& error) {
+    std::string narrow = toUtf8(path);
+    // A file named by path that isn't ours to load is refused before the dynamic loader
+    // sees it; anything else it can't open (no file, a missing dependency or symbol)
+    // counts as missing.
+    bool named = narrow.find('/') != std::string::npos;
+    if (named && access(narrow.c_str(), F_OK) == 0 && !isLoadableHere(narrow)) {
+        error = kImageNotLoadable;
+        return nullptr;
+    }
+    void* handle = openLibrary(path);
+    error = handle ? 0 : kImageMissing;
+    return handle;
+}
+
+void* mappedImage(const std::u16string& path) {
+    if (path.empty()) return nullptr;
+    void* handle = dlopen(toUtf8(path).c_str(), RTLD_NOW | RTLD_NOLOAD);
+    // The query took a reference; give it back, the image stays mapped by its owner.
+    if (handle) dlclose(handle);
+    return handle;
+}
+
+static const link_map* linkMap(void* handle) {
+    link_map* map = nullptr;
+    if (!handle || dlinfo(handle, RTLD_DI_LINKMAP, &map) != 0) return nullptr;
+    return map;
+}
+
+std::u16string imagePath(void* handle) {
+    const link_map* map = linkMap(handle);
+    return map && map->l_name ? fromUtf8(map->l_name) : std::u16string();
+}
+
+// Where the image's dynamic string table lies in memory. The dynamic loader relocates
+// that entry in place unless the dynamic section is read-only; a value below the load
+// base is still unrelocated.
+static const char* stringTable(const link_map* map) {
+    for (const ElfW(Dyn)* d = map->l_ld; d->d_tag != DT_NULL; ++d) {
+        if (d->d_tag != DT_STRTAB) continue;
+        ElfW(Addr) at = d->d_un.d_ptr;
+        return reinterpret_cast<const char*>(at < map->l_addr ? at + map->l_addr : at);
+    }
+    return nullptr;
+}
+
+// The mapped object a dependency name stands for, found as the dynamic loader would
+// find it among what is loaded.
+static std::u16string mappedDependency(const char* name) {
+    void* handle = dlopen(name, RTLD_NOW | RTLD_NOLOAD);
+    if (!handle) return fromUtf8(name);
+    std::u16string path = imagePath(handle);
+    dlclose(handle);
+    return path.empty() ? fromUtf8(name) : path;
+}
+
+std::vector<std::u16string> imageDependencies(void* handle) {
+    std::vector<std::u16string> dependencies;
+    const link_map* map = linkMap(handle);
+    const char* strings = map && map->l_ld ? stringTable(map) : nullptr;
+    if (!strings) return dependencies;
+    for (const ElfW(Dyn)* d = map->l_ld; d->d_tag != DT_NULL; ++d)
+        if (d->d_tag == DT_NEEDED) dependencies.push_back(mappedDependency(strings + d->d_un.d_val));
+    return dependencies;
+}
+
+}  // namespace lumplatform
