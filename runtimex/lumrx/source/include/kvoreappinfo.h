@@ -42,7 +42,9 @@ class KvoreAppInfo : public KvRxObject {
     KVRX_DECLARE_MEMBERS(KvoreAppInfo);
 
 public:
-    enum CmdStatus { kLoaded = 1, kNotLoaded = 2, kModuleNotFound = 3 };
+    // A loader function may answer any number, which is passed through: hence the
+    // fixed underlying type.
+    enum CmdStatus : int { kLoaded = 1, kNotLoaded = 2, kModuleNotFound = 3 };
     using MgdType = int32_t;  // 0 native; anything else a managed module
     enum ReadFlags {};
     using AppLoader = CmdStatus (*)(void*);
