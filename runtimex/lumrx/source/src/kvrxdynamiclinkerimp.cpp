@@ -25,11 +25,22 @@ void* kernelHandle() {
 
 KvRxDynLoadModuleProxy* gKernelProxy = KvRxDynLoadModuleProxy::makeProxy(kernelHandle());
 
+RxKDSAppTableEntryType gNoKdsData{};
+RxKDSAppTableEntryType* gCurKdsData = &gNoKdsData;
+
 using EntryPoint = KvRx::AppRetCode (*)(KvRx::AppMsgCode, void*);
 
 }  // namespace
 
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::kernelProxy() { return gKernelProxy; }
+
+RxKDSAppTableEntryType* KvRxDynamicLinkerImp::setCurKdsData(RxKDSAppTableEntryType* data) {
+    RxKDSAppTableEntryType* previous = gCurKdsData;
+    gCurKdsData = data;
+    return previous;
+}
+
+RxKDSAppTableEntryType* KvRxDynamicLinkerImp::getCurKdsData() { return gCurKdsData; }
 
 KvRxDynamicLinkerImp::KvRxDynamicLinkerImp()
     : modules(KvRxDictionaryImp::createDictionary(20, false, false, true,
@@ -114,10 +125,12 @@ bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvR
                                               void* packet) {
     if (!proxy) return false;
     void* previousHandle = currentModuleHandle;
+    RxKDSAppTableEntryType* previousKds = setCurKdsData(proxy->kdsAppData());
     currentModuleHandle = proxy->moduleHandle();
     auto entry = reinterpret_cast<EntryPoint>(proxy->getProc("kvrxEntryPoint"));
     if (!entry) {
         currentModuleHandle = previousHandle;
+        setCurKdsData(previousKds);
         KvRxModuleGlobal::fatalError(u"Cannot find KRX entry point from module: \"%s\"!!!",
                                      proxy->moduleName());
     }
@@ -133,5 +146,6 @@ bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvR
     }
     if (runtime) runtime->setCurrentModule(previousModule);
     currentModuleHandle = previousHandle;
+    setCurKdsData(previousKds);
     return ok;
 }

@@ -7,6 +7,7 @@
 #include "kvrxdynamiclinker.h"
 
 class KvRxDictionary;
+struct RxKDSAppTableEntryType;
 
 class KvRxDynamicLinkerImp : public KvRxDynamicLinker {
     KVRX_DECLARE_MEMBERS(KvRxDynamicLinkerImp);
@@ -14,6 +15,11 @@ class KvRxDynamicLinkerImp : public KvRxDynamicLinker {
 public:
     // The kernel's own module proxy; it must exist, as a static of the library does.
     static KvRxDynLoadModuleProxy* kernelProxy();
+
+    // The record of the module whose entry point runs (an all-zero one before any
+    // message); the setter gives the previous one.
+    static RxKDSAppTableEntryType* setCurKdsData(RxKDSAppTableEntryType* data);
+    static RxKDSAppTableEntryType* getCurKdsData();
 
     KvRxDynamicLinkerImp();
     ~KvRxDynamicLinkerImp() override;

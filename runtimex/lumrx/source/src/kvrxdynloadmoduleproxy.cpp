@@ -1,9 +1,14 @@
 #include "kvrxdynloadmoduleproxy.h"
 
+#include "kernel/kvrxmoduleglobal.h"
 #include "kvrxdynamiclinkerimp.h"
 #include "kvrxruntime.h"
 #include "lumosbase.h"
+#include "lumplatform/files.h"
 #include "lumplatform/library.h"
+#include "lumplatform/loader.h"
+
+#include <cstring>
 
 #include <cstdint>
 
@@ -14,10 +19,49 @@ KvRxDynLoadModuleProxy* KvRxDynLoadModuleProxy::makeProxy(void* handle) {
 }
 
 KvRxDynLoadModuleProxy::KvRxDynLoadModuleProxy(void* handle)
-    : m_moduleHandle(handle), m_moduleName(nullptr), m_refCount(0), m_locked(true),
-      m_inMessage(false), m_initialising(false) {}
+    : m_kdsData(nullptr), m_moduleHandle(handle), m_moduleName(nullptr), m_refCount(0),
+      m_locked(true), m_inMessage(false), m_ownsImage(false), m_initialising(false) {}
 
-KvRxDynLoadModuleProxy::~KvRxDynLoadModuleProxy() { _lumStrdupFree(m_moduleName); }
+KvRxDynLoadModuleProxy::~KvRxDynLoadModuleProxy() {
+    unloadImage();
+    _lumFree(m_kdsData);
+    _lumStrdupFree(m_moduleName);
+}
+
+int KvRxDynLoadModuleProxy::loadImage() {
+    if (m_moduleHandle) return 0;
+    if (!m_moduleName || !*m_moduleName) return -1;
+    std::u16string name(m_moduleName);
+    // Only an absolute name keeps meaning once its directory is current.
+    size_t slash = name.rfind(u'/');
+    std::u16string previous;
+    if (name[0] == u'/' && slash != std::u16string::npos) {
+        previous = lumplatform::currentDirectory();
+        lumplatform::setCurrentDirectory(name.substr(0, slash + 1));
+    }
+    int error = 0;
+    m_moduleHandle = lumplatform::openImage(name, error);
+    if (!previous.empty()) lumplatform::setCurrentDirectory(previous);
+    m_ownsImage = m_moduleHandle != nullptr;
+    return error;
+}
+
+void KvRxDynLoadModuleProxy::unloadImage() {
+    if (!m_ownsImage || !m_moduleHandle) return;
+    lumplatform::closeLibrary(m_moduleHandle);
+    m_moduleHandle = nullptr;
+    m_ownsImage = false;
+}
+
+RxKDSAppTableEntryType* KvRxDynLoadModuleProxy::kdsAppData() const {
+    if (m_kdsData) return m_kdsData;
+    m_kdsData = static_cast<RxKDSAppTableEntryType*>(_lumMalloc(sizeof(RxKDSAppTableEntryType)));
+    if (!m_kdsData) KvRxModuleGlobal::fatalStatus();
+    std::memset(m_kdsData, 0, sizeof *m_kdsData);
+    m_kdsData->moduleName = m_moduleName;
+    m_kdsData->proxy = const_cast<KvRxDynLoadModuleProxy*>(this);
+    return m_kdsData;
+}
 
 void KvRxDynLoadModuleProxy::setModuleName(const char16_t* name) {
     _lumStrdupFree(m_moduleName);
@@ -32,6 +76,7 @@ void* KvRxDynLoadModuleProxy::getProc(const char* symbol) const {
 
 bool KvRxDynLoadModuleProxy::sendMessageToApp(KvRx::AppMsgCode code, void* packet) {
     m_inMessage = true;
+    if (code == KvRx::kInitAppMsg) kdsAppData()->proxy = this;
     bool ok = false;
     try {
         auto* linker = KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));

@@ -1,5 +1,6 @@
 // The record of one loaded module, and the module's identity towards itself.
-// Owns its name (from _lumStrdup). The linker owns the proxies it makes.
+// Owns its name (from _lumStrdup), its KDS record (from _lumMalloc) and, after a
+// successful loadImage, a reference to its image. The linker owns the proxies it makes.
 #pragma once
 
 #include "kvore.h"
@@ -7,6 +8,18 @@
 #include "kvrxservice.h"
 
 #include <atomic>
+
+class KvRxDynLoadModuleProxy;
+
+// The per-module record that code outside this library reads through the current KDS
+// pointer; this library fills only `moduleName` and `proxy`.
+struct RxKDSAppTableEntryType {
+    void* reserved0;
+    const char16_t* moduleName;  // as it was when the record was made
+    void* reserved2[5];
+    KvRxDynLoadModuleProxy* proxy;
+    void* reserved8[2];
+};
 
 class KvRxDynLoadModuleProxy : public KvRxObject, public KvBaseClassWithNew {
     KVRX_DECLARE_MEMBERS(KvRxDynLoadModuleProxy);
@@ -38,6 +51,15 @@ public:
     // Neither locked nor in a message, and no reference left.
     bool isUnloadable() const { return !m_locked && !m_inMessage && m_refCount == 0; }
 
+    // Loads the image named by moduleName with the module's directory current for the
+    // call. 0 on success or if an image is there already, -1 without a name, else the
+    // loader's error (126 missing, 193 not loadable).
+    int loadImage();
+    // Releases the image if loadImage loaded it.
+    void unloadImage();
+    // The module's record, made on first use.
+    RxKDSAppTableEntryType* kdsAppData() const;
+
     // The module's export, null without an image.
     void* getProc(const char* symbol) const;
     // Delivers a message through the linker; false if it fails or throws.
@@ -46,10 +68,12 @@ public:
 private:
     explicit KvRxDynLoadModuleProxy(void* handle);
 
+    mutable RxKDSAppTableEntryType* m_kdsData;
     void* m_moduleHandle;
     char16_t* m_moduleName;
     std::atomic<int> m_refCount;
     bool m_locked;  // every module starts locked
     bool m_inMessage;
+    bool m_ownsImage;
     bool m_initialising;
 };
