@@ -141,9 +141,13 @@ TEST(CodePages, WideToMultiByteEscapesWhatThePageLacks) {
     // Lone surrogates and pairs outside the page: one escape per unit.
     EXPECT_EQ("\\U+D800x\\U+DC00", toNarrow(1252, u"\xD800x\xDC00"));
     EXPECT_EQ("\\U+D83D\\U+DE00", toNarrow(932, u"\U0001F600"));
+    // A unit the page writes as bytes that read back as another unit gets its escape.
+    EXPECT_EQ("\\U+F86F", toNarrow(932, u"\uF86F"));
     // Every unit of a text fits in 7 bytes, and the result always survives the trip back.
     std::u16string all;
     for (char16_t u = 1; u < 0x3000; u += 7) all += u;
+    // The whole private-use area: some of it maps only one way in double-byte pages.
+    for (char16_t u = 0xE000; u <= 0xF8FF; ++u) all += u;
     all += u"\xDBFF\xFFFF";
     for (unsigned cp : {1252u, 932u, 949u, 1251u, 1361u}) {
         Id id = LumCodePageMapper::ansiCpToKvoreCp(cp);

@@ -10,6 +10,7 @@
 #include <cstring>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace lumplatform {
 
@@ -94,6 +95,11 @@ public:
     }
 
     int toNarrowEscaped(const char16_t* in, int inUnits, char* out, int outBytes) override {
+        std::u16string escaped;
+        if (escapeOneWayUnits(in, inUnits, escaped)) {
+            in = escaped.c_str();
+            inUnits = int(escaped.size());
+        }
         UErrorCode err = U_ZERO_ERROR;
         int n = ucnv_fromUChars(m_converter, out, outBytes, reinterpret_cast<const UChar*>(in),
                                 inUnits, &err);
@@ -125,7 +131,54 @@ public:
     }
 
 private:
+    static constexpr char16_t kPrivateFirst = 0xE000, kPrivateLast = 0xF8FF;
+
+    // The converter maps private-use units by one-way fallbacks whatever its fallback
+    // switch says, and those don't come back as the same unit. Such units are written
+    // as their escapes here, before the conversion; false if the text has none.
+    bool escapeOneWayUnits(const char16_t* in, int inUnits, std::u16string& escaped) {
+        size_t n = inUnits >= 0 ? size_t(inUnits) : std::char_traits<char16_t>::length(in);
+        size_t i = 0;
+        while (i < n && roundTrips(in[i])) ++i;
+        if (i == n) return false;
+        escaped.assign(in, i);
+        for (; i < n; ++i) {
+            if (roundTrips(in[i])) {
+                escaped.push_back(in[i]);
+                continue;
+            }
+            char escape[7];
+            formatEscape(in[i], escape);
+            escaped.append(escape, escape + 7);
+        }
+        return true;
+    }
+
+    // True for every unit outside the private-use area; inside it, true if the unit
+    // converts to bytes that convert back to it. Answers are kept per unit.
+    bool roundTrips(char16_t unit) {
+        if (unit < kPrivateFirst || unit > kPrivateLast) return true;
+        size_t k = size_t(unit - kPrivateFirst);
+        if (!m_privateKnown[k]) {
+            m_privateRoundTrips[k] = convertsBack(unit);
+            m_privateKnown[k] = true;
+        }
+        return m_privateRoundTrips[k];
+    }
+
+    bool convertsBack(char16_t unit) {
+        UErrorCode err = U_ZERO_ERROR;
+        UChar one = unit, back[4];
+        char bytes[8];
+        int n = ucnv_fromUChars(m_converter, bytes, sizeof bytes, &one, 1, &err);
+        if (U_FAILURE(err) || n <= 0) return false;
+        int m = ucnv_toUChars(m_converter, back, 4, bytes, n, &err);
+        return U_SUCCESS(err) && m == 1 && back[0] == one;
+    }
+
     UConverter* m_converter;
+    std::vector<bool> m_privateKnown = std::vector<bool>(kPrivateLast - kPrivateFirst + 1);
+    std::vector<bool> m_privateRoundTrips = std::vector<bool>(kPrivateLast - kPrivateFirst + 1);
 };
 
 // Johab through iconv. Bytes below 0x80 are ASCII, as Windows has them (iconv would
