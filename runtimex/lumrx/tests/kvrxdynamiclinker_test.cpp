@@ -1,5 +1,7 @@
 // The module proxy and the linker on the real test modules (modules/testmodule.cpp):
 // each module appends its events to a log file that the tests read.
+#include "kernel/kvrximpclass.h"
+#include "kvrxclass.h"
 #include "kvrxdynamiclinkerimp.h"
 #include "kvrxdynloadmoduleproxy.h"
 #include "lumplatform/files.h"
@@ -51,6 +53,7 @@ protected:
 
     fs::path dir;
     lumtest::FakeHost host;
+    lumtest::RecordingCrashRecorder recorder;
 };
 
 KvRxDynLoadModuleProxy* namedProxy(const std::u16string& name) {
@@ -131,4 +134,108 @@ TEST_F(ModuleTest, MessagesReachTheEntryPointWithTheModuleCurrent) {
         EXPECT_EQ(host.runtime.current, nullptr);
         delete failing;
     }
+}
+
+namespace {
+
+bool mapped(const std::u16string& path) { return lumplatform::mappedImage(path) != nullptr; }
+
+KvRxDictionary* services() {
+    return KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
+}
+
+}  // namespace
+
+TEST_F(ModuleTest, RepeatedLoadsCountAndOnlyTheLastUnloadTakesTheModuleDown) {
+    std::u16string good = modulePath("krxgood.krx");
+    // A name with "." in it still finds the one table entry of the module.
+    std::u16string dotted = fromUtf8((kModules / "." / "krxgood.krx").string());
+    ASSERT_TRUE(linker()->loadModule(dotted.c_str(), false, false));
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxgood mapped " + kModules.string(),
+                                                  "krxgood message 1"}));
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str());
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(proxy->refCount(), 1);
+    EXPECT_FALSE(proxy->initialising());
+    EXPECT_EQ(host.runtime.current, nullptr);
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    std::u16string moduleName = proxy->moduleName();
+    EXPECT_EQ(recorder.lines[0], u"krx " + moduleName + u" load success");
+
+    EXPECT_TRUE(linker()->loadModule(good.c_str(), false, false));
+    EXPECT_EQ(proxy->refCount(), 2);
+    EXPECT_TRUE(events().empty());
+
+    // Every module starts locked.
+    EXPECT_FALSE(linker()->unloadModule(good.c_str(), false));
+    EXPECT_EQ(proxy->refCount(), 2);
+    // Not the last reference: only the count drops.
+    proxy->setLocked(false);
+    EXPECT_FALSE(linker()->unloadModule(good.c_str(), false));
+    EXPECT_EQ(proxy->refCount(), 1);
+    EXPECT_TRUE(events().empty());
+    EXPECT_TRUE(mapped(good));
+
+    EXPECT_TRUE(linker()->unloadModule(good.c_str(), false));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 2"});
+    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str()), nullptr);
+    EXPECT_FALSE(mapped(good));
+    EXPECT_EQ(recorder.lines.back(), u"krx " + moduleName + u" unload");
+    EXPECT_FALSE(linker()->unloadModule(good.c_str(), false));
+    EXPECT_FALSE(linker()->unloadModule(nullptr, false));
+}
+
+TEST_F(ModuleTest, ModulesThatCannotBeOpenedLeaveNothing) {
+    std::ofstream(dir / "text.krx") << "not an image";
+    std::vector<std::u16string> names = {
+        modulePath("krxnoentry.krx"), modulePath("krxnoversion.krx"), modulePath("krxoldapi.krx"),
+        fromUtf8((dir / "text.krx").string()), fromUtf8((dir / "absent.krx").string()), u""};
+    for (const std::u16string& name : names) {
+        EXPECT_FALSE(linker()->loadModule(name.c_str(), false, false)) << lumtest::utf8(name);
+        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(name.c_str()), nullptr);
+        EXPECT_FALSE(mapped(name));
+        for (const std::string& line : events())
+            EXPECT_EQ(line.find(" message "), std::string::npos) << line;
+    }
+    EXPECT_TRUE(recorder.lines.empty());
+}
+
+TEST_F(ModuleTest, AFailedStartTakesTheUnloadRoad) {
+    for (const char* file : {"krxfailinit.krx", "krxthrows.krx"}) {
+        std::u16string path = modulePath(file);
+        std::string name = std::string(file).substr(0, std::string(file).find('.'));
+        EXPECT_FALSE(linker()->loadModule(path.c_str(), true, false)) << file;
+        EXPECT_EQ(events(), (std::vector<std::string>{name + " mapped " + kModules.string(),
+                                                      name + " message 1", name + " message 2"}));
+        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(path.c_str()), nullptr);
+        EXPECT_FALSE(mapped(path));
+        EXPECT_EQ(host.runtime.current, nullptr);
+        ASSERT_EQ(recorder.lines.size(), 2u);
+        EXPECT_EQ(recorder.lines[0], u"krx " + path + u" load failure");
+        EXPECT_EQ(recorder.lines[1], u"krx " + path + u" unload");
+        recorder.lines.clear();
+    }
+}
+
+TEST_F(ModuleTest, UnloadTakesTheModulesServicesAndClassOwnership) {
+    std::u16string good = modulePath("krxgood.krx");
+    ASSERT_TRUE(linker()->loadModule(good.c_str(), false, false));
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str());
+    ASSERT_NE(proxy, nullptr);
+    KvRxService owned, kernels;
+    owned.setSysInfo(proxy);
+    kernels.setSysInfo(KvRxDynamicLinkerImp::kernelProxy());
+    unsigned id = 0;
+    services()->atPut(u"LinkerTestOwned", &owned, id);
+    services()->atPut(u"LinkerTestKernel", &kernels, id);
+    KvRxClass* moduleClass = newKvRxClass(u"LinkerTestModuleClass", u"OvRxObject");
+    ASSERT_NE(moduleClass, nullptr);
+    KvRxImpClass::getImplRxClass(moduleClass)->setModule(proxy);
+
+    proxy->setLocked(false);
+    EXPECT_TRUE(linker()->unloadModule(good.c_str(), false));
+    EXPECT_FALSE(services()->has(u"LinkerTestOwned"));
+    EXPECT_EQ(services()->remove(u"LinkerTestKernel"), &kernels);
+    EXPECT_EQ(KvRxImpClass::getImplRxClass(moduleClass)->module(), nullptr);
+    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str()), nullptr);
 }

@@ -48,6 +48,7 @@ public:
     int refCount() const { return m_refCount; }
     bool locked() const { return m_locked; }
     void setLocked(bool value) { m_locked = value; }
+    bool inMessage() const { return m_inMessage; }
     // Neither locked nor in a message, and no reference left.
     bool isUnloadable() const { return !m_locked && !m_inMessage && m_refCount == 0; }
 
