@@ -239,3 +239,24 @@ TEST_F(ModuleTest, UnloadTakesTheModulesServicesAndClassOwnership) {
     EXPECT_EQ(KvRxImpClass::getImplRxClass(moduleClass)->module(), nullptr);
     EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str()), nullptr);
 }
+
+TEST_F(ModuleTest, WhatAModuleRegistersInItsFirstMessageIsItsUntilItsUnload) {
+    std::u16string owner = modulePath("krxowner.krx");
+    ASSERT_TRUE(linker()->loadModule(owner.c_str(), false, false));
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(owner.c_str());
+    ASSERT_NE(proxy, nullptr);
+    KvRxClass* owned = kvrxFindKvRxClass(u"KrxOwnedClass");
+    ASSERT_NE(owned, nullptr);
+    EXPECT_EQ(KvRxImpClass::getImplRxClass(owned)->module(), proxy);
+    auto* service = KvRxService::cast(services()->at(u"KrxOwnedService"));
+    ASSERT_NE(service, nullptr);
+    EXPECT_EQ(service->getSysInfo(), proxy);
+    EXPECT_NE(linker()->getServiceSymbolAddr(u"KrxOwnedService", "kvrxEntryPoint"), nullptr);
+
+    proxy->setLocked(false);
+    EXPECT_TRUE(linker()->unloadModule(owner.c_str(), false));
+    EXPECT_FALSE(services()->has(u"KrxOwnedService"));
+    EXPECT_EQ(kvrxFindKvRxClass(u"KrxOwnedClass"), nullptr);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
+    EXPECT_FALSE(mapped(owner));
+}

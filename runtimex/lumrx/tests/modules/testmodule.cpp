@@ -42,6 +42,32 @@ extern "C" int krxDepValue() { return 7; }
 extern "C" int krxDepValue();
 #endif
 
+#ifdef KRX_REGISTERS
+#include "kvrxclass.h"
+#include "kvrxservice.h"
+
+namespace {
+
+// Registers a class and a service in its first message and dooms the class in its
+// unload message; the service object lives as long as the image.
+struct Registrations {
+    KvRxClass* rxClass = nullptr;
+    KvRxService* service = nullptr;
+    ~Registrations() { delete service; }
+} registrations;
+
+void registerOrDoom(int code) {
+    if (code == 1) {
+        registrations.rxClass = newKvRxClass(u"KrxOwnedClass", u"OvRxObject");
+        registrations.service = static_cast<KvRxService*>(kvrxRegisterService(u"KrxOwnedService"));
+    } else if (code == 2) {
+        deleteKvRxClass(registrations.rxClass);
+    }
+}
+
+}  // namespace
+#endif
+
 #ifndef KRX_NO_VERSION
 extern "C" uint32_t kvrxGetApiVersion(uintptr_t) { return KRX_VERSION; }
 #endif
@@ -53,6 +79,9 @@ extern "C" int kvrxEntryPoint(int code, void*) {
     logEvent("message ", text);
 #ifdef KRX_USES_DEP
     if (krxDepValue() != 7) return 1;
+#endif
+#ifdef KRX_REGISTERS
+    registerOrDoom(code);
 #endif
 #ifdef KRX_THROW
     if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
