@@ -152,6 +152,20 @@ RegistryStatus writableStore(OpenKey* key) {
     return key->store->connect(true);
 }
 
+// Runs `change` on a key open for writing and still alive, as one transaction:
+// nothing of it stays when any step fails.
+template <class Change>
+RegistryStatus changeKey(OpenKey* key, Change change) {
+    RegistryStatus s = writableStore(key);
+    if (s != kRegistryOk) return s;
+    HiveStore& store = *key->store;
+    WriteScope scope(store);
+    s = scope.begin();
+    if (s == kRegistryOk) s = store.keyAlive(key->id);
+    if (s == kRegistryOk) s = change(store);
+    return s == kRegistryOk ? scope.commit() : s;
+}
+
 RegistryStatus readableStore(OpenKey* key) {
     if (!key) return kRegistryInvalidHandle;
     return key->store->connect(false);
@@ -244,46 +258,34 @@ RegistryStatus RegistryKey::readValue(const char16_t* name, uint32_t* type, void
 RegistryStatus RegistryKey::writeValue(const char16_t* name, uint32_t type, const void* data, uint32_t size) {
     ValueRow row;
     RegistryStatus s = valueRow(name, type, data, size, row);
-    if (s == kRegistryOk) s = writableStore(m_key.get());
     if (s != kRegistryOk) return s;
-    HiveStore& store = *m_key->store;
-    WriteScope scope(store);
-    s = scope.begin();
-    if (s == kRegistryOk) s = store.keyAlive(m_key->id);
-    if (s == kRegistryOk) s = store.writeValue(m_key->id, row);
-    return s == kRegistryOk ? scope.commit() : s;
+    int64_t id = m_key ? m_key->id : 0;
+    return changeKey(m_key.get(), [&](HiveStore& store) { return store.writeValue(id, row); });
 }
 
 RegistryStatus RegistryKey::deleteValue(const char16_t* name) {
     std::u16string wanted;
     RegistryStatus s = valueName(name, wanted);
-    if (s == kRegistryOk) s = writableStore(m_key.get());
     if (s != kRegistryOk) return s;
-    HiveStore& store = *m_key->store;
-    WriteScope scope(store);
-    s = scope.begin();
-    if (s == kRegistryOk) s = store.keyAlive(m_key->id);
-    if (s == kRegistryOk) s = store.removeValue(m_key->id, wanted);
-    return s == kRegistryOk ? scope.commit() : s;
+    int64_t id = m_key ? m_key->id : 0;
+    return changeKey(m_key.get(), [&](HiveStore& store) { return store.removeValue(id, wanted); });
 }
 
 RegistryStatus RegistryKey::deleteSubKey(const char16_t* path) {
     std::vector<std::u16string> names;
     RegistryStatus s = splitPath(path, names);
     if (s == kRegistryOk && names.empty()) s = kRegistryInvalidArgument;
-    if (s == kRegistryOk) s = writableStore(m_key.get());
     if (s != kRegistryOk) return s;
-    HiveStore& store = *m_key->store;
-    WriteScope scope(store);
-    s = scope.begin();
-    if (s == kRegistryOk) s = store.keyAlive(m_key->id);
-    int64_t doomed = kRootKey;
-    if (s == kRegistryOk) s = findPath(store, m_key->id, names, doomed);
-    bool hasSubKeys = false;
-    if (s == kRegistryOk) s = store.hasChildren(doomed, hasSubKeys);
-    if (s == kRegistryOk && hasSubKeys) s = kRegistryAccessDenied;
-    if (s == kRegistryOk) s = store.removeKey(doomed);
-    return s == kRegistryOk ? scope.commit() : s;
+    int64_t id = m_key ? m_key->id : 0;
+    return changeKey(m_key.get(), [&](HiveStore& store) {
+        int64_t doomed = kRootKey;
+        RegistryStatus r = findPath(store, id, names, doomed);
+        bool hasSubKeys = false;
+        if (r == kRegistryOk) r = store.hasChildren(doomed, hasSubKeys);
+        if (r == kRegistryOk && hasSubKeys) r = kRegistryAccessDenied;
+        if (r == kRegistryOk) r = store.removeKey(doomed);
+        return r;
+    });
 }
 
 RegistryStatus RegistryKey::info(RegistryKeyInfo& info) {
