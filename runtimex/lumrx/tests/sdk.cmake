@@ -1,0 +1,7 @@
+# The installed SDK: install into a temporary prefix and build the out-of-tree module
+# example against it (scripts/sdk_install_test.sh).
+add_test(NAME sdk.install_and_build_module
+  COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/scripts/sdk_install_test.sh
+    ${CMAKE_COMMAND} ${CMAKE_GENERATOR} ${CMAKE_MAKE_PROGRAM} ${CMAKE_CXX_COMPILER}
+    ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/examples/outoftree)
+set_tests_properties(sdk.install_and_build_module PROPERTIES TIMEOUT 300)
