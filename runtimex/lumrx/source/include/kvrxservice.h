@@ -13,15 +13,16 @@ struct KvRxServiceHolder;
 
 namespace KvRx {
 // Messages the kernel sends to a module's entry point, and the entry point's result
-// (0 is success).
-enum AppMsgCode {
+// (0 is success). Hosts and modules define further codes, and a module may answer any
+// number: both have a fixed underlying type, so every int value is a valid one.
+enum AppMsgCode : int {
     kInitAppMsg = 1,
     kUnloadAppMsg = 2,
     kQuitMsg = 8,
     kDependencyMsg = 10,
     kNoDependencyMsg = 11,
 };
-enum AppRetCode { kRetOK = 0, kRetError = 3 };
+enum AppRetCode : int { kRetOK = 0, kRetError = 3 };
 }  // namespace KvRx
 
 class KvRxService : public KvRxObject {
