@@ -1,5 +1,5 @@
-# `cmake --install`: the runtime and its sibling libraries, the headers a module or a
-# host needs, the tools, and the CMake package (LumRxConfig.cmake, its version file
+# `cmake --install`: the runtime, its sibling libraries and its message texts, the
+# headers a module or a host needs, and the CMake package (LumRxConfig.cmake, its version file
 # and the exported targets LumRx::...).
 include(CMakePackageConfigHelpers)
 
@@ -8,6 +8,8 @@ set(LUMRX_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/LumRx)
 install(TARGETS lumosbase lumpal lumuinfo lumrx EXPORT LumRxTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumrx)
+# The texts of the numbered user messages, found by name next to liblumuinfo.so.
+install(TARGETS LumRxRes LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
 
 # Headers, flat in include/lumrx: they include each other by bare name.
 foreach(dir runtimex/lumrx/source/include runtimex/lumosbase/include runtimex/lumpal/include

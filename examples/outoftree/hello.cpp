@@ -1,6 +1,8 @@
 // hello.krx: the smallest useful extension module. It registers one class in its first
-// message and dooms it in its unload message.
+// message, unlocks itself so that it can be unloaded, and dooms the class in its unload
+// message.
 #include "kvrxclass.h"
+#include "kvrxdynamiclinker.h"
 #include "kvrxmodule.h"
 
 #include <cstdio>
@@ -15,6 +17,7 @@ KVRX_MODULE_EXPORT KvRx::AppRetCode kvrxEntryPoint(KvRx::AppMsgCode code, void* 
     switch (code) {
     case KvRx::kInitAppMsg:
         gHelloClass = newKvRxClass(u"HelloThing", u"OvRxObject");
+        kvrxUnlockApplication(packet);
         std::printf("hello: initialised, class HelloThing registered\n");
         break;
     case KvRx::kUnloadAppMsg:

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # The installed SDK: installs the build tree into a temporary prefix, then configures and
-# builds the out-of-tree module example against it with find_package(LumRx), and checks
-# what comes out. Usage:
+# builds the out-of-tree module example against it with find_package(LumRx), checks what
+# comes out, and has the installed lumrx-host load and unload it. Usage:
 #   sdk_install_test.sh CMAKE GENERATOR MAKE_PROGRAM CXX BUILD_DIR EXAMPLE_DIR
 # Prints what failed and exits 1 at the first fault.
 set -u
@@ -16,19 +16,20 @@ fail() { echo "FAIL: $*" >&2; exit 1; }
     fail "install: $(cat "$work/install.log")"
 
 # The layout a module author finds.
-for f in lib/liblumrx.so lib/liblumosbase.so lib/liblumpal.so lib/liblumuinfo.so \
+for f in lib/liblumrx.so lib/liblumosbase.so lib/liblumpal.so lib/liblumuinfo.so lib/LumRxRes.so \
          lib/cmake/LumRx/LumRxConfig.cmake lib/cmake/LumRx/LumRxConfigVersion.cmake \
          lib/cmake/LumRx/LumRxTargets.cmake lib/cmake/LumRx/LumRxModule.cmake \
          include/lumrx/kvrxmodule.h include/lumrx/kvrxruntime.h include/lumrx/lumosbase.h \
-         include/lumrx/lumpal.h include/lumrx/lumuinfo.h; do
+         include/lumrx/lumpal.h include/lumrx/lumuinfo.h include/lumrx/lumrxhost.h \
+         bin/lumrx-host bin/lumrx-reg; do
     [ -f "$prefix/$f" ] || fail "not installed: $f"
 done
 # The portability layer stays inside: none of its headers is installed.
 ls "$prefix/include/lumrx" | grep -qx 'registry.h\|loader.h' && fail "a platform header was installed"
 # Nothing installed points back into the build tree.
 grep -rlF "$build" "$prefix/lib/cmake" && fail "the package files name the build tree"
-for lib in lumrx lumosbase lumpal lumuinfo; do
-    readelf -d "$prefix/lib/lib$lib.so" | grep -F "$build" && fail "lib$lib.so has a run path into the build tree"
+for f in lib/liblumrx.so lib/liblumosbase.so lib/liblumpal.so lib/liblumuinfo.so bin/lumrx-host; do
+    readelf -d "$prefix/$f" | grep -F "$build" && fail "$f has a run path into the build tree"
 done
 
 # A module built out of the tree, with nothing but the prefix to go by.
@@ -49,4 +50,15 @@ done
 # Hidden by default: nothing else of the module's own code is exported.
 grep -q gHelloClass "$work/symbols.txt" && fail "hello.krx exports its internals"
 readelf -d "$krx" | grep -q 'NEEDED.*liblumrx.so' || fail "hello.krx doesn't need liblumrx.so"
+
+# The installed host runs it, with the installed libraries only.
+export LUMRX_REGISTRY_USER=$work/user.db LUMRX_REGISTRY_MACHINE=$work/machine.db
+printf 'load %s\napps\nunload hello.krx\napps\n' "$krx" >"$work/hello.lumrx"
+"$prefix/bin/lumrx-host" --crash-record "$work/crash.txt" "$work/hello.lumrx" >"$work/host.txt" 2>&1 ||
+    fail "lumrx-host: $(cat "$work/host.txt")"
+for line in 'hello: initialised, class HelloThing registered' 'loaded hello\.krx' \
+            'hello\.krx +1 +no +no +-' 'hello: unloaded' 'unloaded hello\.krx' 'no modules loaded'; do
+    grep -qxE -- "$line" "$work/host.txt" || fail "no line '$line' from lumrx-host: $(cat "$work/host.txt")"
+done
+grep -q "^[0-9-]* [0-9:]* krx $krx load success\$" "$work/crash.txt" || fail "no load line in the crash record"
 exit 0
