@@ -5,6 +5,7 @@
 #include "lumplatform/text.h"
 
 #include <chrono>
+#include <cstdlib>
 #include <ctime>
 
 namespace lumrxhost {
@@ -23,10 +24,16 @@ void printError(const std::string& text) {
 std::unique_ptr<FileCrashRecorder> FileCrashRecorder::open(const std::string& path) {
     std::FILE* file = std::fopen(path.c_str(), "a");
     if (!file) return nullptr;
-    return std::unique_ptr<FileCrashRecorder>(new FileCrashRecorder(file));
+    return std::unique_ptr<FileCrashRecorder>(new FileCrashRecorder(file, true));
 }
 
-FileCrashRecorder::~FileCrashRecorder() { std::fclose(m_file); }
+std::unique_ptr<FileCrashRecorder> FileCrashRecorder::onStandardError() {
+    return std::unique_ptr<FileCrashRecorder>(new FileCrashRecorder(stderr, false));
+}
+
+FileCrashRecorder::~FileCrashRecorder() {
+    if (m_owned) std::fclose(m_file);
+}
 
 void FileCrashRecorder::writeLine(const std::string& line) {
     std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
@@ -36,6 +43,7 @@ void FileCrashRecorder::writeLine(const std::string& line) {
         local = *t;
         std::strftime(stamp, sizeof stamp, "%Y-%m-%d %H:%M:%S", &local);
     }
+    if (!m_owned) std::fflush(stdout);
     std::fprintf(m_file, "%s %s\n", stamp, line.c_str());
     std::fflush(m_file);
 }
@@ -73,10 +81,16 @@ LumCrashRecorder* HostRuntime::crashRecorder() {
 
 // ---------------------------------------------------------------------------
 
+static std::unique_ptr<FileCrashRecorder> makeRecorder(const std::string& file) {
+    if (!file.empty()) return FileCrashRecorder::open(file);
+    const char* named = std::getenv("LUMRX_CRASH_RECORD");
+    return named && *named ? nullptr : FileCrashRecorder::onStandardError();
+}
+
 HostServices::HostServices(const HostOptions& options)
     : m_options(options),
-      m_recorder(options.crashRecordFile.empty() ? nullptr
-                                                 : FileCrashRecorder::open(options.crashRecordFile)),
+      m_recorder(makeRecorder(options.crashRecordFile)),
+      m_ready(options.crashRecordFile.empty() || m_recorder != nullptr),
       m_runtime(options.acceptNonMdi, m_recorder.get()) {
     // Every diagnostic line of the process goes to the host's record.
     if (m_recorder) m_previousRecorder = lumSetCrashRecorder(m_recorder.get());

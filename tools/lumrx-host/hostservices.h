@@ -17,12 +17,14 @@
 
 namespace lumrxhost {
 
-// Appends every line with a time stamp to a file of the host's choosing. Owns the open
-// file, closed by the destructor.
+// Appends every line with a time stamp to a file of the host's choosing, or to standard
+// error after standard output is flushed, so that the lines keep their place among the
+// host's output. Owns the file it opened, closed by the destructor.
 class FileCrashRecorder : public LumCrashRecorder {
 public:
     // Null if `path` can't be opened for appending.
     static std::unique_ptr<FileCrashRecorder> open(const std::string& path);
+    static std::unique_ptr<FileCrashRecorder> onStandardError();
     ~FileCrashRecorder() override;
     FileCrashRecorder(const FileCrashRecorder&) = delete;
     FileCrashRecorder& operator=(const FileCrashRecorder&) = delete;
@@ -33,9 +35,10 @@ public:
     void flushRecord() override;
 
 private:
-    explicit FileCrashRecorder(std::FILE* file) : m_file(file) {}
+    FileCrashRecorder(std::FILE* file, bool owned) : m_file(file), m_owned(owned) {}
     void writeLine(const std::string& line);
     std::FILE* m_file;
+    bool m_owned;  // false for standard error
 };
 
 class HostRuntime : public KvDbHostRuntime {
@@ -60,20 +63,23 @@ private:
 struct HostOptions {
     std::vector<std::u16string> searchPath;  // directories, in order
     std::u16string productKey = u"Software\\Lumora\\LumRx";
-    std::string crashRecordFile;  // empty: the process's recorder
+    // Empty: the file LUMRX_CRASH_RECORD names, through the process's recorder, else
+    // standard error.
+    std::string crashRecordFile;
     bool acceptNonMdi = true;
 };
 
 class HostServices : public KvDbHostApplicationServices {
 public:
     // Opens the crash record file if the options name one; check ready() afterwards.
+    // Installs its recorder as the process's for its lifetime.
     explicit HostServices(const HostOptions& options);
     ~HostServices() override;
     HostServices(const HostServices&) = delete;
     HostServices& operator=(const HostServices&) = delete;
 
     // False if the crash record file couldn't be opened.
-    bool ready() const { return m_options.crashRecordFile.empty() || m_recorder != nullptr; }
+    bool ready() const { return m_ready; }
     const std::vector<std::u16string>& searchPath() const { return m_options.searchPath; }
 
     // The full path of `name`: a name with a '/' as it stands (relative to the current
@@ -96,7 +102,8 @@ public:
 
 private:
     HostOptions m_options;
-    std::unique_ptr<FileCrashRecorder> m_recorder;
+    std::unique_ptr<FileCrashRecorder> m_recorder;  // null: the process's recorder
+    bool m_ready = true;
     LumCrashRecorder* m_previousRecorder = nullptr;
     HostRuntime m_runtime;
 };
