@@ -1,5 +1,6 @@
 // launcher.krx: loads welcome.krx from inside its own first message, which makes
-// welcome a dynamic dependency of launcher, and unloads it again in its unload message.
+// welcome a dynamic dependency of launcher unless it was loaded before, and unloads it
+// again in its unload message, except when the host quits and unloads everything.
 // The file is found through the host, as the module's own directory is current only
 // while its image is being opened.
 #include "examplelog.h"
@@ -41,6 +42,11 @@ KVRX_MODULE_EXPORT KvRx::AppRetCode kvrxEntryPoint(KvRx::AppMsgCode code, void* 
         }
         kvrxUnlockApplication(packet);
         kvrxRegisterAppMDIAware(packet);
+        break;
+    case KvRx::kQuitMsg:
+        // The host is taking every module down, welcome.krx too: it is not ours to unload.
+        gWelcomePath[0] = 0;
+        example::say("launcher", code);
         break;
     case KvRx::kUnloadAppMsg:
         example::say("launcher", code, gWelcomePath[0] ? "unloading welcome.krx" : nullptr);
