@@ -22,11 +22,16 @@ has_line() { grep -qxF -- "$1" out.txt || fail "no line: $1"; }
 has_match() { grep -qxE -- "$1" out.txt || fail "no line matching: $1"; }
 lacks_match() { grep -qE -- "$1" out.txt && fail "a line matches: $1"; true; }
 count_of() { grep -cxF -- "$1" out.txt; }
-# The lines, exactly, in this order (others may stand between them).
+# The lines, exactly, in this order (others may stand between them). An argument
+# "re:REGEX" stands for a line that REGEX matches.
 in_order() {
     local from=0 n
     for line in "$@"; do
-        n=$(awk -v from="$from" -v want="$line" 'NR > from && $0 == want { print NR; exit }' out.txt)
+        if [ "${line#re:}" != "$line" ]; then
+            n=$(awk -v from="$from" -v want="${line#re:}" 'NR > from && $0 ~ want { print NR; exit }' out.txt)
+        else
+            n=$(awk -v from="$from" -v want="$line" 'NR > from && $0 == want { print NR; exit }' out.txt)
+        fi
         [ -n "$n" ] || fail "not in order: '$line' after line $from"
         from=$n
     done
@@ -94,8 +99,8 @@ END
     expect_status 0
     in_order '> apps' 'welcome.krx      2  no      yes  -' '> unload welcome.krx' \
         'welcome.krx: one reference dropped, 1 left' '> apps' 'welcome.krx      1  no      yes  -'
-    has_match 'message: Module .*/greeting\.krx is already loaded\.'
-    has_line 'greeting.krx is loaded already'
+    # The linker's user message (its text is the resource library's) reaches the terminal.
+    in_order '> load greeting.krx' 're:^message: .+' 'greeting.krx is loaded already'
     # Loaded before launcher, welcome is no dynamic dependency of it.
     host_script <<'END'
 load greeting.krx
@@ -186,8 +191,7 @@ errors() {
     has_line "script.lumrx:1: error: unknown command 'lod' (help lists the commands)"
     has_line 'script.lumrx:2: error: usage: load FILE'
     has_match "script\.lumrx:3: error: nosuch\.krx: no such module file \(searched $examples, .*\)"
-    has_match "message: $work/text\.krx is not a usable extension module\."
-    has_line "script.lumrx:4: error: $work/text.krx: the module could not be loaded"
+    in_order "> load $work/text.krx" 're:^message: .+' "script.lumrx:4: error: $work/text.krx: the module could not be loaded"
     has_line 'script.lumrx:5: error: greeting.krx is not loaded'
     has_line 'script.lumrx:6: error: greeting.krx is not loaded'
     has_line 'script.lumrx:7: error: a double quote is not closed'
@@ -219,6 +223,18 @@ load file://$examples/greeting.krx
 END
     expect_status 0
     has_line 'loaded greeting.krx'
+}
+
+# On a terminal the host prompts and doesn't echo; elsewhere it echoes and doesn't
+# prompt. The terminal comes from script(1); without it the case is skipped (77).
+prompt() {
+    command -v script >/dev/null || exit 77
+    printf 'apps\n' | script -qec "'$host' --crash-record crash.txt" /dev/null >out.txt 2>&1
+    grep -q 'lumrx> no modules loaded' out.txt || fail "no prompt before the answer"
+    lacks_match '^> apps'
+    printf 'apps\n' | "$host" --crash-record crash.txt >out.txt 2>&1
+    has_line '> apps'
+    lacks_match 'lumrx>'
 }
 
 "$case"
