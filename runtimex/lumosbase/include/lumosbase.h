@@ -422,7 +422,8 @@ struct LumPathMaker {
     // and ".." resolved and symbolic links followed where the file exists, so that one
     // file always gives one text. False if it doesn't fit or `name` is null or empty.
     static bool getFullFileName(const char16_t* name, char16_t* out);
-    // The base name of `path` (after the last separator) into `out` (LUM_MAX_PATH units).
+    // The base name of `path` (after the last separator, without its extension) into
+    // `out` (LUM_MAX_PATH units).
     static bool getFileName(const char16_t* path, char16_t* out, char16_t* ext);
     // The extension of `path` with its dot, or empty, into `out` (LUM_MAX_PATH units).
     static bool getExtFileName(char16_t* out, const char16_t* path);

@@ -28,9 +28,17 @@ bool LumPathMaker::getFileName(const char16_t* path, char16_t* out, char16_t* /*
     out[0] = 0;
     if (!path) return false;
     const char16_t* base = path;
-    for (const char16_t* p = path; *p; ++p)
-        if (isSeparator(*p)) base = p + 1;
-    return putPath(base, out);
+    const char16_t* dot = nullptr;
+    for (const char16_t* p = path; *p; ++p) {
+        if (isSeparator(*p)) {
+            base = p + 1;
+            dot = nullptr;
+        } else if (*p == u'.') {
+            dot = p;
+        }
+    }
+    // The extension is getExtFileName's part.
+    return putPath(dot ? std::u16string(base, dot) : std::u16string(base), out);
 }
 
 bool LumPathMaker::getExtFileName(char16_t* out, const char16_t* path) {

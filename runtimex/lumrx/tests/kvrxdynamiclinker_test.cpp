@@ -153,7 +153,7 @@ TEST_F(ModuleTest, RepeatedLoadsCountAndOnlyTheLastUnloadTakesTheModuleDown) {
     ASSERT_TRUE(linker()->loadModule(dotted.c_str(), false, false));
     EXPECT_EQ(events(), (std::vector<std::string>{"krxgood mapped " + kModules.string(),
                                                   "krxgood message 1"}));
-    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str());
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str(), false);
     ASSERT_NE(proxy, nullptr);
     EXPECT_EQ(proxy->refCount(), 1);
     EXPECT_FALSE(proxy->initialising());
@@ -178,7 +178,7 @@ TEST_F(ModuleTest, RepeatedLoadsCountAndOnlyTheLastUnloadTakesTheModuleDown) {
 
     EXPECT_TRUE(linker()->unloadModule(good.c_str(), false));
     EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 2"});
-    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str()), nullptr);
+    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str(), false), nullptr);
     EXPECT_FALSE(mapped(good));
     EXPECT_EQ(recorder.lines.back(), u"krx " + moduleName + u" unload");
     EXPECT_FALSE(linker()->unloadModule(good.c_str(), false));
@@ -192,7 +192,7 @@ TEST_F(ModuleTest, ModulesThatCannotBeOpenedLeaveNothing) {
         fromUtf8((dir / "text.krx").string()), fromUtf8((dir / "absent.krx").string()), u""};
     for (const std::u16string& name : names) {
         EXPECT_FALSE(linker()->loadModule(name.c_str(), false, false)) << lumtest::utf8(name);
-        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(name.c_str()), nullptr);
+        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(name.c_str(), false), nullptr);
         EXPECT_FALSE(mapped(name));
         for (const std::string& line : events())
             EXPECT_EQ(line.find(" message "), std::string::npos) << line;
@@ -207,7 +207,7 @@ TEST_F(ModuleTest, AFailedStartTakesTheUnloadRoad) {
         EXPECT_FALSE(linker()->loadModule(path.c_str(), true, false)) << file;
         EXPECT_EQ(events(), (std::vector<std::string>{name + " mapped " + kModules.string(),
                                                       name + " message 1", name + " message 2"}));
-        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(path.c_str()), nullptr);
+        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(path.c_str(), false), nullptr);
         EXPECT_FALSE(mapped(path));
         EXPECT_EQ(host.runtime.current, nullptr);
         ASSERT_EQ(recorder.lines.size(), 2u);
@@ -220,7 +220,7 @@ TEST_F(ModuleTest, AFailedStartTakesTheUnloadRoad) {
 TEST_F(ModuleTest, UnloadTakesTheModulesServicesAndClassOwnership) {
     std::u16string good = modulePath("krxgood.krx");
     ASSERT_TRUE(linker()->loadModule(good.c_str(), false, false));
-    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str());
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str(), false);
     ASSERT_NE(proxy, nullptr);
     KvRxService owned, kernels;
     owned.setSysInfo(proxy);
@@ -237,13 +237,13 @@ TEST_F(ModuleTest, UnloadTakesTheModulesServicesAndClassOwnership) {
     EXPECT_FALSE(services()->has(u"LinkerTestOwned"));
     EXPECT_EQ(services()->remove(u"LinkerTestKernel"), &kernels);
     EXPECT_EQ(KvRxImpClass::getImplRxClass(moduleClass)->module(), nullptr);
-    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str()), nullptr);
+    EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str(), false), nullptr);
 }
 
 TEST_F(ModuleTest, WhatAModuleRegistersInItsFirstMessageIsItsUntilItsUnload) {
     std::u16string owner = modulePath("krxowner.krx");
     ASSERT_TRUE(linker()->loadModule(owner.c_str(), false, false));
-    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(owner.c_str());
+    KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(owner.c_str(), false);
     ASSERT_NE(proxy, nullptr);
     KvRxClass* owned = kvrxFindKvRxClass(u"KrxOwnedClass");
     ASSERT_NE(owned, nullptr);

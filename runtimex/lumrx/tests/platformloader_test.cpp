@@ -113,17 +113,16 @@ TEST_F(PlatformLoader, ListsDependenciesByMappedPath) {
     int error = 0;
     void* user = lumplatform::openImage(u(kModules / "krxuser.krx"), error);
     ASSERT_NE(user, nullptr);
-    std::vector<std::u16string> deps = lumplatform::imageDependencies(user);
     std::vector<std::u16string> own;
-    for (const std::u16string& d : deps) {
-        EXPECT_EQ(d.front(), u'/') << toUtf8(d);  // every one resolved to a path
-        if (d.size() > 4 && d.substr(d.size() - 4) == u".krx") own.push_back(d);
+    for (const lumplatform::ImageDependency& d : lumplatform::imageDependencies(user)) {
+        EXPECT_EQ(d.path.front(), u'/') << toUtf8(d.path);  // every one resolved to a path
+        if (d.name == u"krxdep.krx") own.push_back(d.path);
     }
     EXPECT_EQ(own, std::vector<std::u16string>{u(kModules / "krxdep.krx")});
     // krxgood needs no other module.
     void* good = lumplatform::openImage(u(kModules / "krxgood.krx"), error);
-    for (const std::u16string& d : lumplatform::imageDependencies(good))
-        EXPECT_EQ(d.find(u".krx"), std::u16string::npos);
+    for (const lumplatform::ImageDependency& d : lumplatform::imageDependencies(good))
+        EXPECT_EQ(d.name.find(u".krx"), std::u16string::npos);
     EXPECT_TRUE(lumplatform::imageDependencies(nullptr).empty());
     lumplatform::closeLibrary(good);
     lumplatform::closeLibrary(user);

@@ -20,6 +20,14 @@ void* openLibrary(const std::u16string& name) {
     return dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
+void* mappedLibrary(const std::u16string& name) {
+    if (name.empty()) return nullptr;
+    void* handle = dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_NOLOAD);
+    // The query took a reference; give it back, the library stays mapped by its owner.
+    if (handle) dlclose(handle);
+    return handle;
+}
+
 void closeLibrary(void* handle) {
     if (handle) dlclose(handle);
 }

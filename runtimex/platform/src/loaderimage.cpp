@@ -107,13 +107,16 @@ static std::u16string mappedDependency(const char* name) {
     return path.empty() ? fromUtf8(name) : path;
 }
 
-std::vector<std::u16string> imageDependencies(void* handle) {
-    std::vector<std::u16string> dependencies;
+std::vector<ImageDependency> imageDependencies(void* handle) {
+    std::vector<ImageDependency> dependencies;
     const link_map* map = linkMap(handle);
     const char* strings = map && map->l_ld ? stringTable(map) : nullptr;
     if (!strings) return dependencies;
     for (const ElfW(Dyn)* d = map->l_ld; d->d_tag != DT_NULL; ++d)
-        if (d->d_tag == DT_NEEDED) dependencies.push_back(mappedDependency(strings + d->d_un.d_val));
+        if (d->d_tag == DT_NEEDED) {
+            const char* name = strings + d->d_un.d_val;
+            dependencies.push_back({fromUtf8(name), mappedDependency(name)});
+        }
     return dependencies;
 }
 

@@ -1,16 +1,21 @@
+// The linker's tables and the load and unload roads of one module.
 #include "kvrxdynamiclinkerimp.h"
 
 #include "collections/kvrxdictionaryimp.h"
+#include "kernel/kvrxcrashrecord.h"
 #include "kernel/kvrximpclass.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvdbhostappservices.h"
 #include "kvrxclass.h"
 #include "kvrxcollection.h"
 #include "kvrxdynloadmoduleproxy.h"
+#include "kvrxmoduledependencytracker.h"
 #include "kvrxruntime.h"
 #include "lumosbase.h"
+#include "lumplatform/files.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
+#include "lumuinfo.h"
 
 #include <cstdint>
 #include <vector>
@@ -33,7 +38,10 @@ KvRxDynLoadModuleProxy* gKernelProxy = KvRxDynLoadModuleProxy::makeProxy(kernelH
 RxKDSAppTableEntryType gNoKdsData{};
 RxKDSAppTableEntryType* gCurKdsData = &gNoKdsData;
 
-using EntryPoint = KvRx::AppRetCode (*)(KvRx::AppMsgCode, void*);
+// Set when a module that isn't MDI aware is unloaded; cleared once the host has heard
+// that no such module is left.
+bool gNonMdiUnloadPending = false;
+
 using ApiVersion = uint32_t (*)(uintptr_t);
 
 constexpr uint32_t kApiVersionHigh = 0x07E5;
@@ -52,23 +60,9 @@ std::u16string fullFileName(const char16_t* name) {
 // Writes "krx <module> <event>" to the host's crash record.
 void recordModuleEvent(const char16_t* moduleName, const char16_t* event) {
     KvDbHostRuntime* runtime = hostRuntime();
-    if (!runtime) return;
-    std::u16string line = u"krx " + std::u16string(moduleName) + u" " + event;
+    if (!runtime || !runtime->crashRecorder()) return;
+    std::u16string line = u"krx " + std::u16string(moduleName ? moduleName : u"") + u" " + event;
     runtime->crashRecorder()->recordMessage(line.c_str(), 0, 0, 0);
-}
-
-// The local file for a caller's name: remote names are fetched by the host.
-bool resolveModuleName(const char16_t* name, std::u16string& out) {
-    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
-    if (!host) return false;
-    if (!host->isRemoteName(name)) {
-        out = name;
-        return true;
-    }
-    char16_t local[LUM_MAX_PATH] = {};
-    int status = host->fetchRemoteFile(name, local, int(LUM_MAX_PATH), 0);
-    out = local;
-    return status == 20000 || status == 20001;
 }
 
 // The classes that module `proxy` owns lose their owner.
@@ -82,7 +76,46 @@ void disownClassesOf(KvRxDynLoadModuleProxy* proxy) {
     delete it;
 }
 
+// The product name of the messages that name it.
+const char16_t* productName() {
+    const char16_t* name = GetOemProductName();
+    return name ? name : u"";
+}
+
+// Gives the host runtime's current module back when the scope ends, also when an
+// exception passes.
+class CurrentModuleScope {
+public:
+    CurrentModuleScope(KvDbHostRuntime* runtime, KvRxDynLoadModuleProxy* proxy)
+        : m_runtime(runtime), m_previous(runtime ? runtime->setCurrentModule(proxy) : nullptr) {}
+    ~CurrentModuleScope() {
+        if (m_runtime) m_runtime->setCurrentModule(m_previous);
+    }
+    CurrentModuleScope(const CurrentModuleScope&) = delete;
+    CurrentModuleScope& operator=(const CurrentModuleScope&) = delete;
+
+private:
+    KvDbHostRuntime* m_runtime;
+    KvRxDynLoadModuleProxy* m_previous;
+};
+
 }  // namespace
+
+bool kvrxResolveModuleName(const char16_t* name, std::u16string& out);
+
+// The local file for a caller's name: remote names are fetched by the host.
+bool kvrxResolveModuleName(const char16_t* name, std::u16string& out) {
+    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
+    if (!host) return false;
+    if (!host->isRemoteName(name)) {
+        out = name;
+        return true;
+    }
+    char16_t local[LUM_MAX_PATH] = {};
+    int status = host->fetchRemoteFile(name, local, int(LUM_MAX_PATH), 0);
+    out = local;
+    return status == 20000 || status == 20001;
+}
 
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::kernelProxy() { return gKernelProxy; }
 
@@ -98,17 +131,28 @@ KvRxDynamicLinkerImp::KvRxDynamicLinkerImp()
     : modules(KvRxDictionaryImp::createDictionary(20, false, false, true,
                                                   KvRxDynLoadModuleProxy::desc())),
       pendingDelete(new KvRxLinkedList),
+      reactors(0, 8),
+      m_tracker(new KvRxModuleDependencyTracker),
       currentModuleHandle(gKernelProxy->moduleHandle()),
       unloadDepth(0),
+      appAwareCount(0),
       loadDepth(0) {}
 
+// Modules still loaded get no message: their proxies go, and with them their images.
 KvRxDynamicLinkerImp::~KvRxDynamicLinkerImp() {
     KvRxDictionaryIterator* it = modules->newIterator(kDictById);
     for (; !it->done(); it->next()) {
         KvRxObject* proxy = it->object();
-        if (proxy != gKernelProxy) delete proxy;
+        if (proxy == gKernelProxy) continue;
+        try {
+            delete proxy;
+        } catch (...) {
+            if (LumCrashRecorder* recorder = kvrxCrashRecorder())
+                recorder->recordFault(0, nullptr, u"" __FILE__, __LINE__);
+        }
     }
     delete it;
+    delete m_tracker;
     delete gKernelProxy;
     gKernelProxy = nullptr;
     delete modules;
@@ -127,56 +171,27 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::ownerOf(void* moduleHandle) const 
     return owner;
 }
 
-void* KvRxDynamicLinkerImp::registerService(const char16_t* serviceName, KvRxService* service) {
-    if (!serviceName || !*serviceName || !service || !currentModuleHandle) return nullptr;
-    auto* services = KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
-    if (services->has(serviceName))
-        KvRxModuleGlobal::fatalError(u"Register service : \"%s\" repeatedly!", serviceName);
-    service->setSysInfo(ownerOf(currentModuleHandle));
-    unsigned id = 0;
-    services->atPut(serviceName, service, id);
-    return nullptr;
-}
-
-void* KvRxDynamicLinkerImp::getServiceSymbolAddr(const char16_t* serviceName, const char* symbol) {
-    if (!serviceName || !*serviceName) return nullptr;
-    auto* services = KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
-    auto* service = KvRxService::cast(services->at(serviceName));
-    KvRxObject* owner = service ? service->getSysInfo() : nullptr;
-    if (!owner) return nullptr;
-    auto* proxy = KvRxDynLoadModuleProxy::cast(owner);
-    if (!proxy) KvRxModuleGlobal::fatalStatus();
-    return proxy->getProc(symbol);
-}
-
-void* KvRxDynamicLinkerImp::getServiceSymbolAddr(const char16_t* serviceName,
-                                                 const char16_t* symbol) {
-    if (!serviceName) return nullptr;
-    // An ordinal passes through as it is.
-    if (reinterpret_cast<uintptr_t>(symbol) <= 0xFFFF)
-        return getServiceSymbolAddr(serviceName, reinterpret_cast<const char*>(symbol));
-    // Room for the worst case: every unit a 7-byte escape.
-    int size = int(LumCharOp::length(symbol)) * 7 + 1;
-    auto* narrow = static_cast<char*>(_lumMalloc(size_t(size)));
-    if (!narrow) return nullptr;
-    if (LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, symbol, -1, narrow, size, 0) <= 0)
-        *narrow = 0;
-    void* address = nullptr;
-    try {
-        address = getServiceSymbolAddr(serviceName, narrow);
-    } catch (...) {
-        _lumFree(narrow);
-        throw;
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::proxyByAppName(const char16_t* appName) const {
+    KvRxDictionaryIterator* it = modules->newIterator(kDictById);
+    KvRxDynLoadModuleProxy* found = nullptr;
+    for (; !found && !it->done(); it->next()) {
+        auto* proxy = KvRxDynLoadModuleProxy::cast(it->object());
+        if (proxy && proxy->appName() && LumCharOp::compareNoCase(proxy->appName(), appName) == 0)
+            found = proxy;
     }
-    _lumFree(narrow);
-    return address;
+    delete it;
+    return found;
 }
 
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::findRxModuleProxyByModuleName(
-    const char16_t* name) const {
-    if (!name || !*name) return nullptr;
-    std::u16string full = fullFileName(name);
-    return full.empty() ? nullptr : KvRxDynLoadModuleProxy::cast(modules->at(full.c_str()));
+bool KvRxDynamicLinkerImp::anyNonMdiModule() const {
+    KvRxDictionaryIterator* it = modules->newIterator(kDictById);
+    bool found = false;
+    for (; !found && !it->done(); it->next()) {
+        auto* proxy = KvRxDynLoadModuleProxy::cast(it->object());
+        found = proxy && !proxy->mdiAware();
+    }
+    delete it;
+    return found;
 }
 
 bool KvRxDynamicLinkerImp::inTable(KvRxDynLoadModuleProxy* proxy) const {
@@ -187,57 +202,139 @@ bool KvRxDynamicLinkerImp::inTable(KvRxDynLoadModuleProxy* proxy) const {
     return found;
 }
 
-bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool, bool asCommand) {
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::findRxModuleProxyByModuleName(
+    const char16_t* name, bool mustExist) const {
+    KvRxObject* entry = nullptr;
+    if (name && *name) {
+        std::u16string full = fullFileName(name);
+        if (!full.empty()) entry = modules->at(full.c_str());
+    }
+    if (!entry) {
+        if (mustExist) KvRxModuleGlobal::fatalError(u"Cannot find module: \"%s\"", name ? name : u"");
+        return nullptr;
+    }
+    auto* proxy = KvRxDynLoadModuleProxy::cast(entry);
+    if (!proxy) KvRxModuleGlobal::fatalStatus();
+    return proxy;
+}
+
+int KvRxDynamicLinkerImp::loadedModuleCount() const { return int(modules->numEntries()); }
+
+Kvore::ErrorStatus KvRxDynamicLinkerImp::newIterator(KvRxDictionaryIterator*& out) {
+    if (!modules) return Kvore::eInvalidInput;
+    out = modules->newIterator(kDictSorted);
+    return Kvore::eOk;
+}
+
+void KvRxDynamicLinkerImp::getLoadedModules(KvArray<KvRxDynLoadModuleProxy*>& out) {
+    KvRxDictionaryIterator* it = modules->newIterator(kDictSorted);
+    for (; !it->done(); it->next())
+        if (auto* proxy = KvRxDynLoadModuleProxy::cast(it->object())) out.append(proxy);
+    delete it;
+}
+
+bool KvRxDynamicLinkerImp::isModuleLoaded(const char16_t* moduleName) {
+    if (!moduleName || !*moduleName) return false;
+    std::u16string resolved;
+    if (!kvrxResolveModuleName(moduleName, resolved)) return false;
+    return findRxModuleProxyByModuleName(moduleName, false) != nullptr;
+}
+
+bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bool asCommand) {
     if (!fileName || !*fileName) return false;
     std::u16string name;
-    if (!resolveModuleName(fileName, name)) return false;
+    if (!kvrxResolveModuleName(fileName, name)) return false;
     if (!kvdbHostApplicationServices()->isRemoteName(fileName)) {
         name = lumplatform::searchFile(name);
         if (name.empty()) return false;
     }
-    KvRxDynLoadModuleProxy* proxy = openModule(name, asCommand);
-    if (!proxy) return asCommand && findRxModuleProxyByModuleName(name.c_str());
-    if (proxy->refCount() > 1) return true;
+    KvRxDynLoadModuleProxy* proxy = openModule(name, verbose, asCommand);
+    if (!proxy) return asCommand && isModuleLoaded(name.c_str());
+    if (proxy->refCount() > 1) return true;  // loaded already: one more reference
     unsigned id = 0;
     modules->atPut(fullFileName(proxy->moduleName()).c_str(), proxy, id);
     ++loadDepth;
-    bool loaded = initModule(proxy);
+    bool loaded = initModule(proxy, verbose);
     --loadDepth;
     return loaded;
 }
 
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
 // freshly opened image with its first; null if the module can't be opened.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name,
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name, bool verbose,
                                                          bool asCommand) {
     std::u16string full = fullFileName(name.c_str());
     if (full.empty()) return nullptr;
     auto* existing = KvRxDynLoadModuleProxy::cast(modules->at(full.c_str()));
+    // A proxy whose unload has begun is on its way out: a new load gets a proxy of its
+    // own, which keeps the table entry when the old one is flushed.
+    if (existing && existing->refCount() <= 0) existing = nullptr;
     if (void* mapped = lumplatform::mappedImage(full)) {
         std::u16string path = lumplatform::imagePath(mapped);
-        if (path.empty()) return nullptr;
+        if (path.empty()) {
+            if (verbose) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoadFailed, name.c_str());
+            return nullptr;
+        }
         std::u16string normal = fullFileName(path.c_str());
         if (!normal.empty()) path = normal;
         if (LumCharOp::compareNoCase(path.c_str(), full.c_str()) != 0) return nullptr;
-        if (existing && asCommand) return nullptr;
+        if (existing && asCommand) {
+            if (verbose) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kAlreadyLoaded, name.c_str());
+            return nullptr;
+        }
         if (existing) {
+            if (!(existing->loadOrigin() & 2)) existing->setLoadOrigin(3);
             existing->addRef();
             return existing;
         }
         // Mapped by the system, e.g. as another module's import: it gets its proxy now.
     }
-    return openImage(name);
+    return openImage(name, verbose, asCommand);
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
 // kept) if the image fails to load, lacks an entry point or has the wrong version.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name) {
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name, bool verbose,
+                                                        bool asCommand) {
+    using namespace KvRxLinkerMessage;
     KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::makeProxy(nullptr);
     proxy->setModuleName(name.c_str());
-    auto version = reinterpret_cast<ApiVersion>(
-        proxy->loadImage() == 0 ? proxy->getProc("kvrxGetApiVersion") : nullptr);
-    if (!version || !proxy->getProc("kvrxEntryPoint") || version(0) >> 16 != kApiVersionHigh) {
+    const char16_t* text = name.c_str();
+    int error = proxy->loadImage();
+    if (error != 0) {
         delete proxy;
+        if (!verbose) return nullptr;
+        if (error == lumplatform::kImageMissing) {
+            bool exists = lumplatform::fileAttributes(name) != lumplatform::kNoAttributes;
+            showMessage(exists ? kDependencyMissing : kFileMissing, text);
+        } else if (error == lumplatform::kImageNotLoadable) {
+            unsigned machine = lumplatform::probeImageMachine(name);
+            if (machine == 0x0200 || machine == lumplatform::kMachineAmd64)
+                showMessage(kOtherMachine, text, productName(), productName());
+            else
+                showMessage(kNotAModule, text);
+        }
+        showMessage(kLoadFailed, text);
+        return nullptr;
+    }
+    proxy->setLoadOrigin(asCommand ? 1 : 2);
+    auto version = reinterpret_cast<ApiVersion>(proxy->getProc("kvrxGetApiVersion"));
+    unsigned refusal = 0;
+    if (!version)
+        refusal = kNotAModule;
+    else if (!proxy->getProc("kvrxEntryPoint"))
+        refusal = kNoEntryPoint;
+    else if (version(0) >> 16 != kApiVersionHigh)  // the low half is the module's own
+        refusal = kWrongApiVersion;
+    if (refusal) {
+        delete proxy;
+        if (verbose) {
+            if (refusal == kWrongApiVersion)
+                showMessage(refusal, text, productName());
+            else
+                showMessage(refusal, text);
+            showMessage(kLoadFailed, text);
+        }
         return nullptr;
     }
     proxy->addRef();
@@ -246,46 +343,96 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
 
 // The first message, with the module current and its new classes owned by it. A
 // failed start goes down the unload road, unload message included.
-bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy) {
+bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbose) {
     KvDbHostRuntime* runtime = hostRuntime();
     if (!runtime) return false;
-    KvRxDynLoadModuleProxy* previous = runtime->setCurrentModule(proxy);
-    proxy->setInitialising(true);
-    bool started = proxy->sendMessageToApp(KvRx::kInitAppMsg, proxy);
-    runtime->setCurrentModule(previous);
+    std::u16string name = proxy->moduleName();  // the proxy may be gone before the last report
+    notify(&KvRxDLinkerReactor::rxAppWillBeLoaded, name.c_str());
+    m_tracker->beginLoad(proxy);
+    bool started;
+    {
+        CurrentModuleScope current(runtime, proxy);
+        proxy->setInitialising(true);
+        started = proxy->sendMessageToApp(KvRx::kInitAppMsg, proxy);
+    }
     if (!started) {
+        m_tracker->abortLoad(proxy);
+        notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
         proxy->setInitialising(false);
-        recordModuleEvent(proxy->moduleName(), u"load failure");
-        finishUnload(proxy);
+        recordModuleEvent(name.c_str(), u"load failure");
+        KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoadFailed, name.c_str());
+        finishUnload(false, proxy, false);
+        return false;
+    }
+    if (!proxy->mdiAware() && !runtime->acceptNonMdiModule()) {
+        m_tracker->abortLoad(proxy);
+        proxy->setInitialising(false);
+        finishUnload(false, proxy, false);
+        notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
         return false;
     }
     kvrxBuildClassHierarchy();
+    bool nested = loadDepth > 1;
+    if (nested) setAppInNestedLoad(name.c_str(), true);
+    notify(&KvRxDLinkerReactor::rxAppLoaded, name.c_str());
+    if (nested) setAppInNestedLoad(name.c_str(), false);
     proxy->setInitialising(false);
-    recordModuleEvent(proxy->moduleName(), u"load success");
+    recordModuleEvent(name.c_str(), u"load success");
+    m_tracker->endLoad(proxy);
+    if (verbose && loadDepth == 1) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoaded, name.c_str());
     return true;
 }
 
-bool KvRxDynamicLinkerImp::unloadModule(const char16_t* fileName, bool) {
-    return unloadProxy(findRxModuleProxyByModuleName(fileName));
+bool KvRxDynamicLinkerImp::unloadModule(const char16_t* fileName, bool asCommand) {
+    if (!fileName || !*fileName) return false;
+    return unloadProxy(findRxModuleProxyByModuleName(fileName, false), asCommand, false);
 }
 
-bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy) {
+bool KvRxDynamicLinkerImp::unloadApp(const char16_t* appName, bool asCommand) {
+    if (!appName || !*appName) return false;
+    KvRxDynLoadModuleProxy* proxy = proxyByAppName(appName);
+    return proxy && unloadModule(proxy->moduleName(), asCommand);
+}
+
+bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand,
+                                       bool quitting) {
+    // A pointer from an older list may name a proxy that is gone: it is only compared.
     if (!proxy || !inTable(proxy)) return false;
-    if (proxy->locked() || proxy->inMessage()) return false;
-    return finishUnload(proxy);
+    if (proxy->locked() || proxy->inMessage()) {
+        KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kUnloadRefused, proxy->moduleName());
+        return false;
+    }
+    return finishUnload(asCommand, proxy, quitting);
 }
 
-// Drops a reference; the last one takes the module down. Its library goes when the
-// outermost unload ends, so that nested unloads never run into a released image.
-bool KvRxDynamicLinkerImp::finishUnload(KvRxDynLoadModuleProxy* proxy) {
+// Drops a reference; the last one takes the module down unless dependents pin it. Its
+// library goes when the outermost unload ends, so that nested unloads never run into
+// a released image.
+bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy,
+                                        bool quitting) {
     if (proxy->release() > 0) return false;
-    recordModuleEvent(proxy->moduleName(), u"unload");
+    if (!m_tracker->canUnload(proxy)) {
+        proxy->addRef();
+        return !asCommand;
+    }
+    if (quitting) proxy->sendMessageToApp(KvRx::kQuitMsg, proxy);
+    std::u16string name = proxy->moduleName() ? proxy->moduleName() : u"";
+    recordModuleEvent(name.c_str(), u"unload");
     ++unloadDepth;
+    notify(&KvRxDLinkerReactor::rxAppWillBeUnloaded, name.c_str());
+    m_tracker->beginUnload(proxy);
     proxy->sendMessageToApp(KvRx::kUnloadAppMsg, proxy);
     dropServicesOf(proxy);
     disownClassesOf(proxy);
+    m_tracker->endUnload(proxy);
+    notify(&KvRxDLinkerReactor::rxAppUnloaded, name.c_str());
+    if (!proxy->mdiAware()) gNonMdiUnloadPending = true;
     pendingDelete->append(proxy);
-    if (unloadDepth == 1) flushPendingModules();
+    if (unloadDepth == 1 && !quitting) flushPendingModules();
+    if (gNonMdiUnloadPending && !anyNonMdiModule()) {
+        if (KvDbHostRuntime* runtime = hostRuntime()) runtime->nonMdiModulesGone();
+        gNonMdiUnloadPending = false;
+    }
     if (--unloadDepth == 0) KvRxImpClass::destroyDoomedRxClasses(true);
     return true;
 }
@@ -303,45 +450,34 @@ void KvRxDynamicLinkerImp::dropServicesOf(KvRxDynLoadModuleProxy* proxy) {
     for (unsigned id : owned) services->remove(id);
 }
 
+// The table entry goes with the proxy, unless a newer load of the module holds it.
 void KvRxDynamicLinkerImp::flushPendingModules() {
     while (!pendingDelete->isEmpty()) {
         auto* proxy = KvRxDynLoadModuleProxy::cast(pendingDelete->removeHead());
         proxy->unloadImage();
-        modules->remove(fullFileName(proxy->moduleName()).c_str());
+        std::u16string key = fullFileName(proxy->moduleName());
+        if (modules->at(key.c_str()) == proxy) modules->remove(key.c_str());
         delete proxy;
     }
 }
 
-// Loading module images comes with the module loader; until then no record loads.
-bool KvRxDynamicLinkerImp::loadAppFromInfo(KvoreAppInfo*, KvoreApp::LoadReasons, bool, bool) {
-    return false;
-}
-
-bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvRx::AppMsgCode code,
-                                              void* packet) {
-    if (!proxy) return false;
-    void* previousHandle = currentModuleHandle;
-    RxKDSAppTableEntryType* previousKds = setCurKdsData(proxy->kdsAppData());
-    currentModuleHandle = proxy->moduleHandle();
-    auto entry = reinterpret_cast<EntryPoint>(proxy->getProc("kvrxEntryPoint"));
-    if (!entry) {
-        currentModuleHandle = previousHandle;
-        setCurKdsData(previousKds);
-        KvRxModuleGlobal::fatalError(u"Cannot find KRX entry point from module: \"%s\"!!!",
-                                     proxy->moduleName());
+void KvRxDynamicLinkerImp::unloadAllKrxModule(bool quitting, bool forced) {
+    if (!forced) {
+        KvArray<KvRxDynLoadModuleProxy*> order;
+        m_tracker->computeUnloadOrder(order);
+        for (int i = 0; i < order.length(); ++i) unloadProxy(order[i], false, quitting);
+        return;
     }
-    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
-    KvDbHostRuntime* runtime = host ? host->hostRuntime() : nullptr;
-    KvRxDynLoadModuleProxy* previousModule = runtime ? runtime->setCurrentModule(proxy) : nullptr;
-    bool ok = false;
-    try {
-        ok = entry(code, packet) == KvRx::kRetOK;
-    } catch (LumException* e) {
-        delete e;
-    } catch (...) {
+    while (m_tracker->nodeCount() > 0) {
+        KvRxDynLoadModuleProxy* candidate = m_tracker->nextUnloadCandidate();
+        if (!candidate) break;
+        candidate->setLocked(false);
+        int nodes = m_tracker->nodeCount();
+        int count = candidate->refCount();
+        unloadProxy(candidate, false, quitting);
+        // A turn that changed nothing (a module inside its own message, or one that
+        // dependents pin) would come back the same: the loop ends there.
+        if (m_tracker->nodeCount() == nodes && inTable(candidate) && candidate->refCount() >= count)
+            break;
     }
-    if (runtime) runtime->setCurrentModule(previousModule);
-    currentModuleHandle = previousHandle;
-    setCurKdsData(previousKds);
-    return ok;
 }

@@ -19,13 +19,37 @@ KvRxDynLoadModuleProxy* KvRxDynLoadModuleProxy::makeProxy(void* handle) {
 }
 
 KvRxDynLoadModuleProxy::KvRxDynLoadModuleProxy(void* handle)
-    : m_kdsData(nullptr), m_moduleHandle(handle), m_moduleName(nullptr), m_refCount(0),
-      m_locked(true), m_inMessage(false), m_ownsImage(false), m_initialising(false) {}
+    : m_kdsData(nullptr), m_dependencyNode(nullptr), m_moduleHandle(handle),
+      m_moduleName(nullptr), m_appName(nullptr), m_loadReason(KvoreApp::kDisabled),
+      m_refCount(0), m_locked(true), m_inMessage(false), m_mdiAware(false), m_ownsImage(false),
+      m_nestedLoad(false), m_loadOrigin(0), m_initialising(false) {}
 
 KvRxDynLoadModuleProxy::~KvRxDynLoadModuleProxy() {
     unloadImage();
     _lumFree(m_kdsData);
     _lumStrdupFree(m_moduleName);
+    _lumStrdupFree(m_appName);
+}
+
+namespace {
+const KvRxDynLoadModuleProxy* otherProxy(const KvRxObject* other) {
+    auto* proxy = KvRxDynLoadModuleProxy::cast(other);
+    if (!proxy) KvRxModuleGlobal::fatalStatus();
+    return proxy;
+}
+}  // namespace
+
+bool KvRxDynLoadModuleProxy::isEqualTo(const KvRxObject* other) const {
+    if (!other) return false;
+    return otherProxy(other)->m_moduleHandle == m_moduleHandle;
+}
+
+KvRx::Ordering KvRxDynLoadModuleProxy::comparedTo(const KvRxObject* other) const {
+    if (!other) return KvRx::kGreaterThan;
+    auto mine = reinterpret_cast<uintptr_t>(m_moduleHandle);
+    auto theirs = reinterpret_cast<uintptr_t>(otherProxy(other)->m_moduleHandle);
+    if (mine < theirs) return KvRx::kLessThan;
+    return mine == theirs ? KvRx::kEqual : KvRx::kGreaterThan;
 }
 
 int KvRxDynLoadModuleProxy::loadImage() {
@@ -66,6 +90,11 @@ RxKDSAppTableEntryType* KvRxDynLoadModuleProxy::kdsAppData() const {
 void KvRxDynLoadModuleProxy::setModuleName(const char16_t* name) {
     _lumStrdupFree(m_moduleName);
     m_moduleName = _lumStrdup(name);
+}
+
+void KvRxDynLoadModuleProxy::setAppName(const char16_t* name) {
+    _lumStrdupFree(m_appName);
+    m_appName = _lumStrdup(name);
 }
 
 void* KvRxDynLoadModuleProxy::getProc(const char* symbol) const {

@@ -1,15 +1,19 @@
 // The record of one loaded module, and the module's identity towards itself.
-// Owns its name (from _lumStrdup), its KDS record (from _lumMalloc) and, after a
-// successful loadImage, a reference to its image. The linker owns the proxies it makes.
+// Owns its names (from _lumStrdup), its KDS record (from _lumMalloc) and, after a
+// successful loadImage, a reference to its image. The linker owns the proxies it makes;
+// the dependency tracker owns the node the proxy points to.
 #pragma once
 
 #include "kvore.h"
+#include "kvoreappinfo.h"
 #include "kvrxobject.h"
 #include "kvrxservice.h"
 
 #include <atomic>
+#include <cstdint>
 
 class KvRxDynLoadModuleProxy;
+struct KvRxDependencyNode;
 
 // The per-module record that code outside this library reads through the current KDS
 // pointer; this library fills only `moduleName` and `proxy`.
@@ -32,11 +36,21 @@ public:
     static KvRxDynLoadModuleProxy* makeProxy(void* handle);
     ~KvRxDynLoadModuleProxy() override;
 
+    // Proxies are equal when they stand for the same image; anything but a proxy is
+    // fatal.
+    bool isEqualTo(const KvRxObject* other) const override;
+    KvRx::Ordering comparedTo(const KvRxObject* other) const override;
+
     void* moduleHandle() const { return m_moduleHandle; }
     // The module's file name as the loader used it; null before it is set.
     const char16_t* moduleName() const { return m_moduleName; }
     // Stores a copy; null clears.
     void setModuleName(const char16_t* name);
+    // The application record the module was loaded for; null for a load by file name.
+    const char16_t* appName() const { return m_appName; }
+    void setAppName(const char16_t* name);
+    KvoreApp::LoadReasons loadReason() const { return m_loadReason; }
+    void setLoadReason(KvoreApp::LoadReasons reason) { m_loadReason = reason; }
     // True while the first message is under way: classes registered meanwhile belong
     // to this module.
     bool initialising() const { return m_initialising; }
@@ -49,6 +63,20 @@ public:
     bool locked() const { return m_locked; }
     void setLocked(bool value) { m_locked = value; }
     bool inMessage() const { return m_inMessage; }
+    void setInMessage(bool value) { m_inMessage = value; }
+    // The module works with several open documents.
+    bool mdiAware() const { return m_mdiAware; }
+    void setMdiAware(bool value) { m_mdiAware = value; }
+    // Set while observers hear of a load nested in another module's load.
+    bool nestedLoad() const { return m_nestedLoad; }
+    void setNestedLoad(bool value) { m_nestedLoad = value; }
+    // 1 loaded on command, 2 by a non-command load, 3 on command and later asked for by
+    // a non-command load.
+    uint8_t loadOrigin() const { return m_loadOrigin; }
+    void setLoadOrigin(uint8_t origin) { m_loadOrigin = origin; }
+    // The module's node in the dependency graph, null when it has none.
+    KvRxDependencyNode* dependencyNode() const { return m_dependencyNode; }
+    void setDependencyNode(KvRxDependencyNode* node) { m_dependencyNode = node; }
     // Neither locked nor in a message, and no reference left.
     bool isUnloadable() const { return !m_locked && !m_inMessage && m_refCount == 0; }
 
@@ -70,11 +98,17 @@ private:
     explicit KvRxDynLoadModuleProxy(void* handle);
 
     mutable RxKDSAppTableEntryType* m_kdsData;
+    KvRxDependencyNode* m_dependencyNode;
     void* m_moduleHandle;
     char16_t* m_moduleName;
+    char16_t* m_appName;
+    KvoreApp::LoadReasons m_loadReason;  // 16 until a record says otherwise
     std::atomic<int> m_refCount;
     bool m_locked;  // every module starts locked
     bool m_inMessage;
-    bool m_ownsImage;
+    bool m_mdiAware;
+    bool m_ownsImage;  // only then is the image released with the proxy
+    bool m_nestedLoad;
+    uint8_t m_loadOrigin;
     bool m_initialising;
 };

@@ -10,6 +10,9 @@ namespace lumplatform {
 // Null if it can't be opened.
 void* openLibrary(const std::u16string& name);
 void closeLibrary(void* handle);
+// The handle of the library `name` (named as for openLibrary) if the process has it
+// mapped already, else null. Adds no reference.
+void* mappedLibrary(const std::u16string& name);
 void* librarySymbol(void* handle, const char* symbol);
 
 }  // namespace lumplatform

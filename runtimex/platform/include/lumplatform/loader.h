@@ -19,9 +19,13 @@ void* openImage(const std::u16string& path, int& error);
 void* mappedImage(const std::u16string& path);
 // The file the image of `handle` was mapped from; empty if unknown.
 std::u16string imagePath(void* handle);
-// Full paths of the objects mapped for the image's own dependencies, in the image's
-// order; a dependency that is not mapped keeps the name the image gives.
-std::vector<std::u16string> imageDependencies(void* handle);
+// One dependency an image was linked against.
+struct ImageDependency {
+    std::u16string name;  // as the image gives it
+    std::u16string path;  // full path of the object mapped for it; `name` if none is
+};
+// The image's own dependencies, in the image's order.
+std::vector<ImageDependency> imageDependencies(void* handle);
 
 // Finds a file: a name with a separator as it is; a bare name in the directory of the
 // running program, the current directory, each entry of LUMRX_PATH, then of PATH.

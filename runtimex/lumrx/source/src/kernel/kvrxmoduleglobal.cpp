@@ -35,6 +35,7 @@ void (*const kStartupClasses[])() = {
     &KvRxDynLoadModuleProxy::rxInit,
     &KvRxDynamicLinker::rxInit,
     &KvRxDynamicLinkerImp::rxInit,
+    &KvRxDLinkerReactor::rxInit,
     &KvRxIterable::rxInit,
     &KvRxGenericCollection::rxInit,
     &KvRxLinkedList::rxInit,
