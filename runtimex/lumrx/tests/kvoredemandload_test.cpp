@@ -2,6 +2,8 @@
 // watch and its polls, what a refresh adds and keeps, the look-up of a command, and
 // the records that a scan leaves out.
 #include "kvoreappinfo.h"
+#include "kvrxdynamiclinkerimp.h"
+#include "kvrxdynloadmoduleproxy.h"
 #include "testsupport.h"
 
 #include <cstdio>
@@ -195,6 +197,20 @@ TEST_F(DemandLoad, BrokenRecordsAndValuesAreLeftOut) {
     ASSERT_TRUE(initDemandLoadKrxList());
     EXPECT_EQ(apps(u"E"), Names{"Engine"});
     EXPECT_EQ(apps(u"GOOD"), Names{});
+}
+
+TEST_F(DemandLoad, RecordOfALoadedModuleIsLeftOut) {
+    import("machine", record("krxgood", 4 | 8, {"G"}, {"GOOD=_GOOD"}));
+    host.files[u"krxgood.krx"] = lumtest::u16(LUMRX_TEST_KRX);
+    ASSERT_TRUE(initDemandLoadKrxList());
+    EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
+    ASSERT_TRUE(kvrxLoadApp(u"krxgood", false));
+    EXPECT_EQ(apps(u"GOOD"), Names{});
+    EXPECT_EQ(commands(), Names{"GOOD=_GOOD"}) << "still in the tree";
+    auto* linker = KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
+    linker->findRxModuleProxyByModuleName(host.files[u"krxgood.krx"].c_str(), true)->setLocked(false);
+    ASSERT_TRUE(kvrxUnloadApp(u"krxgood", false));
+    EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
 }
 
 TEST_F(DemandLoad, EmptyNamesFindNothingInARecord) {

@@ -221,7 +221,7 @@ using IteratorPtr = std::unique_ptr<KvRxIterator>;
 bool moduleIsLoaded(const KvoreRegisterKrxInfo* record) {
     KvRxDictionary* registry = kvrxSysRegistry();
     auto* linker = registry ? KvRxDynamicLinkerImp::cast(registry->at(u"DynamicLinker")) : nullptr;
-    return linker && linker->findRxModuleProxyByModuleName(record->moduleName());
+    return linker && linker->findRxModuleProxyByModuleName(record->moduleName(), false);
 }
 
 // Calls `visit` for each command of each group of each record, every list from its head.
