@@ -7,6 +7,7 @@
 #include "lumplatform/files.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
+#include "moduletest.h"
 #include "testsupport.h"
 
 #include <gtest/gtest.h>
@@ -26,35 +27,7 @@ const fs::path kModules = LUMRX_TEST_MODULE_DIR;
 
 std::u16string modulePath(const char* name) { return fromUtf8((kModules / name).string()); }
 
-class ModuleTest : public lumtest::RuntimeTest {
-protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() /
-              ("lumlinker-" + std::string(::testing::UnitTest::GetInstance()->current_test_info()->name()));
-        fs::remove_all(dir);
-        fs::create_directories(dir);
-        setenv("LUMRX_TEST_MODULE_LOG", (dir / "log").c_str(), 1);
-    }
-    void TearDown() override {
-        unsetenv("LUMRX_TEST_MODULE_LOG");
-        fs::remove_all(dir);
-    }
-    // The log's lines since the last call.
-    std::vector<std::string> events() {
-        std::vector<std::string> lines;
-        std::ifstream in(dir / "log");
-        for (std::string line; std::getline(in, line);) lines.push_back(line);
-        fs::remove(dir / "log");
-        return lines;
-    }
-    static KvRxDynamicLinkerImp* linker() {
-        return KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
-    }
-
-    fs::path dir;
-    lumtest::FakeHost host;
-    lumtest::RecordingCrashRecorder recorder;
-};
+using ModuleTest = lumtest::ModuleTest;
 
 KvRxDynLoadModuleProxy* namedProxy(const std::u16string& name) {
     KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::makeProxy(nullptr);

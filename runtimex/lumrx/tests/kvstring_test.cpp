@@ -257,7 +257,9 @@ TEST(KvStringCut, SubstrLeftMidRightOnWideAndNarrow) {
     KvString escaped("a\\U+0100bc");
     EXPECT_EQ(u"a\u0100", wide(escaped.left(2)));
     EXPECT_EQ(u"\u0100bc", wide(escaped.right(3)));
-    if (dbcs()) EXPECT_EQ(u"\u3042", wide(KvString("\x82\xA0z").left(1)));
+    if (dbcs()) {
+        EXPECT_EQ(u"\u3042", wide(KvString("\x82\xA0z").left(1)));
+    }
     EXPECT_TRUE(KvString().substr(0, 5).isEmpty());
 }
 

@@ -60,5 +60,6 @@ const char16_t* GetOemProductName() {
 
 void* LoadResourceDll(const char16_t* name) {
     if (!name || !*name) return nullptr;
-    return lumplatform::openLibrary(name);
+    // Resource libraries lie next to this one.
+    return lumplatform::openLibraryBeside(reinterpret_cast<const void*>(&LoadResourceDll), name);
 }

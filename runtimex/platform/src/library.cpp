@@ -20,6 +20,23 @@ void* openLibrary(const std::u16string& name) {
     return dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
+void* openLibraryBeside(const void* anchor, const std::u16string& name) {
+    if (name.empty()) return nullptr;
+    // The loader's own search can't be relied on for this: it follows the run path of
+    // whoever calls dlopen, and an interposed dlopen (a sanitizer's) is someone else.
+    Dl_info info;
+    bool bare = name.find(u'/') == std::u16string::npos;
+    if (bare && anchor && dladdr(anchor, &info) && info.dli_fname) {
+        std::string folder = info.dli_fname;
+        size_t slash = folder.rfind('/');
+        if (slash != std::string::npos) {
+            std::string path = folder.substr(0, slash + 1) + systemLibraryName(name);
+            if (void* handle = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)) return handle;
+        }
+    }
+    return openLibrary(name);
+}
+
 void* mappedLibrary(const std::u16string& name) {
     if (name.empty()) return nullptr;
     void* handle = dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_NOLOAD);

@@ -1,8 +1,11 @@
 // Application records: what the registry says about an extension module (when to
 // load it, its file, the groups and commands it offers) under the product's key
-// "Applications\<name>", and the value objects for a record's groups and commands.
+// "Applications\<name>", the value objects for a record's groups and commands, and
+// the demand-load lists: all records in memory, to ask which unloaded module offers
+// a command.
 #pragma once
 
+#include "kvarray.h"
 #include "kvrxobject.h"
 #include "lumpal.h"
 
@@ -133,6 +136,61 @@ private:
     KvRxLinkedList* m_commands;
     uint16_t m_commandCount;
 };
+
+// A record of the demand-load lists: a record's fields and its groups, latest first.
+// Owns its list of groups (from the kernel service, which must be up) and the groups
+// in it.
+class KvoreRegisterKrxInfo : public KvoreAppInfo {
+public:
+    // A record named `appName` with module name and description " " and load reason 8.
+    explicit KvoreRegisterKrxInfo(const char16_t* appName);
+    ~KvoreRegisterKrxInfo() override;
+    KvoreRegisterKrxInfo(const KvoreRegisterKrxInfo&) = delete;
+    KvoreRegisterKrxInfo& operator=(const KvoreRegisterKrxInfo&) = delete;
+    // The class registered as "KvoreRegisterKrxInfo" by someone else, or null.
+    KvRxClass* isA() const override;
+
+    // The first group named `name`, without case; null for a null or empty name.
+    virtual KvoreKrxRegCmdGroup* findGroup(const char16_t* name) const;
+    // The first command named, else valued, `commandName` in the groups named
+    // `groupName` (every group for a null `groupName`); null if there is none.
+    virtual KvoreKrxRegCommand* findCommand(const char16_t* groupName,
+                                            const char16_t* commandName) const;
+
+    KvRxLinkedList* groups() const { return m_groups; }
+    // Takes ownership and puts the group first.
+    void addGroup(KvoreKrxRegCmdGroup* group);
+    // Takes all of `other`'s groups: one named like a group here is merged into it
+    // and deleted, any other is added.
+    void merge(KvoreRegisterKrxInfo* other);
+
+private:
+    KvRxLinkedList* m_groups;
+};
+
+// Demand-load lists. The records of both hives in memory, kept up to date by a poll
+// of the registry that the host makes; one thread at a time. Records handed out stay
+// valid until uninitDemandLoadKrxList: a refresh only ever adds.
+//
+// Reads all records and starts watching both hives; true. Does nothing when the lists
+// are set up already. The runtime must be running.
+bool initDemandLoadKrxList();
+// Deletes the lists and stops watching; true.
+bool uninitDemandLoadKrxList();
+// True if a hive changed since the last poll: the lists are then refreshed. The first
+// poll after set-up counts every watched hive as changed. False when not set up.
+bool reLoadKrxListFromRegisterIfModified();
+// Empties `result`, then gives the records that offer `name` and whose module isn't
+// loaded; with `onlyFlagged` only those whose load reason has bit 0x20. `name` is a
+// command name or value, with a group name and '.' in front to look in that group
+// only ("GROUP.COMMAND"; ".COMMAND" looks in every group). False when not set up, for
+// a null name or for an empty command name; true otherwise, even with nothing found.
+bool getRegisterKrxAppInfoList(const char16_t* name, KvArray<KvoreRegisterKrxInfo*>& result,
+                               bool onlyFlagged);
+// Appends the name and the value of every command of every group of every record;
+// element i of both arrays belongs together. False when not set up.
+bool getAllRegisterKrxAppCommandList(KvArray<const char16_t*>& names,
+                                     KvArray<const char16_t*>& values);
 
 // Writes a record with `reason`: 1 for no name, 9 if the write fails, else 0.
 KvoreApp::ErrorStatus kvrxRegisterApp(KvoreApp::LoadReasons reason, const char16_t* appName);

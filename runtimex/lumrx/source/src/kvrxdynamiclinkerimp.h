@@ -16,6 +16,7 @@
 
 class KvRxDictionary;
 class KvRxDictionaryIterator;
+class KvDbHostRuntime;
 class KvRxLinkedList;
 class KvRxModuleDependencyTracker;
 struct RxKDSAppTableEntryType;
@@ -108,6 +109,8 @@ private:
     void flushPendingModules();
     void loadStartupApps();
     void notify(ReactorCall call, const char16_t* moduleName);
+    void deliverToModule(KvDbHostRuntime* runtime, KvRxDynLoadModuleProxy* proxy,
+                         KvRx::AppMsgCode code, void* packet);
 
     KvRxDictionary* modules;
     KvRxLinkedList* pendingDelete;

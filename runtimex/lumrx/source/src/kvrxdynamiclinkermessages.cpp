@@ -61,6 +61,18 @@ bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvR
     return ok;
 }
 
+// A message from outside the module's life: the module is in a message meanwhile (so
+// it can't be unloaded), and its reply is dropped.
+void KvRxDynamicLinkerImp::deliverToModule(KvDbHostRuntime* runtime, KvRxDynLoadModuleProxy* proxy,
+                                           KvRx::AppMsgCode code, void* packet) {
+    bool wasInMessage = proxy->inMessage();
+    proxy->setInMessage(true);
+    KvRxDynLoadModuleProxy* previous = runtime->setCurrentModule(proxy);
+    sendMessageToProxy(proxy, code, packet);
+    runtime->setCurrentModule(previous);
+    if (!wasInMessage) proxy->setInMessage(false);
+}
+
 bool KvRxDynamicLinkerImp::sendMessageToModule(const char16_t* moduleName, KvRx::AppMsgCode code,
                                                void* packet) {
     if (!moduleName || !*moduleName) return false;
@@ -80,12 +92,7 @@ bool KvRxDynamicLinkerImp::sendMessageToModule(const char16_t* moduleName, KvRx:
     }
     delete it;
     if (!target) return false;
-    bool wasInMessage = target->inMessage();
-    target->setInMessage(true);
-    KvRxDynLoadModuleProxy* previous = runtime->setCurrentModule(target);
-    sendMessageToProxy(target, code, packet);
-    runtime->setCurrentModule(previous);
-    if (!wasInMessage) target->setInMessage(false);
+    deliverToModule(runtime, target, code, packet);
     return true;
 }
 
@@ -96,13 +103,8 @@ bool KvRxDynamicLinkerImp::sendMessageToAllModules(KvRx::AppMsgCode code, void* 
     getLoadedModules(all);
     for (int i = 0; i < all.length(); ++i) {
         KvRxDynLoadModuleProxy* proxy = all[i];
-        if (!inTable(proxy)) continue;  // a module that an earlier message unloaded
-        bool wasInMessage = proxy->inMessage();
-        proxy->setInMessage(true);
-        KvRxDynLoadModuleProxy* previous = runtime->setCurrentModule(proxy);
-        sendMessageToProxy(proxy, code, packet);
-        runtime->setCurrentModule(previous);
-        if (!wasInMessage) proxy->setInMessage(false);
+        // A module that an earlier message unloaded is only compared, never reached.
+        if (inTable(proxy)) deliverToModule(runtime, proxy, code, packet);
     }
     return false;
 }

@@ -8,6 +8,10 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#if defined(KRX_UNLOCK) || defined(KRX_MDI) || defined(KRX_LOADS)
+#include "kvrxdynamiclinker.h"
+#endif
+
 #ifndef KRX_VERSION
 #define KRX_VERSION 0x07E50003u
 #endif
@@ -72,11 +76,34 @@ void registerOrDoom(int code) {
 extern "C" uint32_t kvrxGetApiVersion(uintptr_t) { return KRX_VERSION; }
 #endif
 
+#ifdef KRX_LOADS
+namespace {
+
+// Loads the module KRX_LOADS names from inside the first message.
+void loadInner() {
+    const char* narrow = KRX_LOADS;
+    char16_t wide[4096] = {};
+    for (size_t i = 0; narrow[i] && i + 1 < sizeof wide / sizeof *wide; ++i) wide[i] = char16_t(narrow[i]);
+    logEvent(kvrxLoadModule(wide, false, false) ? "inner loaded" : "inner failed");
+}
+
+}  // namespace
+#endif
+
 #ifndef KRX_NO_ENTRY
-extern "C" int kvrxEntryPoint(int code, void*) {
+extern "C" int kvrxEntryPoint(int code, void* packet) {
     char text[16];
     std::snprintf(text, sizeof text, "%d", code);
     logEvent("message ", text);
+#ifdef KRX_UNLOCK
+    if (code == 1) kvrxUnlockApplication(packet);
+#endif
+#ifdef KRX_MDI
+    if (code == 1) kvrxRegisterAppMDIAware(packet);
+#endif
+#ifdef KRX_LOADS
+    if (code == 1) loadInner();
+#endif
 #ifdef KRX_USES_DEP
     if (krxDepValue() != 7) return 1;
 #endif
@@ -86,6 +113,7 @@ extern "C" int kvrxEntryPoint(int code, void*) {
 #ifdef KRX_THROW
     if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
 #endif
+    if (code == 99) return 1;  // the message every test module refuses
     return code == 1 ? KRX_INIT_RESULT : 0;
 }
 #endif

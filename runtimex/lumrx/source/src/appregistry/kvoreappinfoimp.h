@@ -9,6 +9,11 @@
 
 // A zalloc'd copy of `text`, null for null or when no memory is left.
 char16_t* kvoreDupText(const char16_t* text);
+// The class registered under `name` by someone else, kept in `cache` once found.
+KvRxClass* kvoreRegisteredClass(KvRxClass*& cache, const char16_t* name);
+// A new list from the kernel service "KernelServices"; the caller owns it. Fatal
+// while the service isn't running.
+KvRxLinkedList* kvoreNewKernelList();
 
 class KvoreAppInfoImp : public KvBaseClassWithNew {
 public:

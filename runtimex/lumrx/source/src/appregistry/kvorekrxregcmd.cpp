@@ -4,23 +4,18 @@
 #include "kvrxservice.h"
 #include "lumosbase.h"
 
-namespace {
-
-// The class registered under `name` by someone else, cached once found.
-KvRxClass* registeredClass(KvRxClass*& cache, const char16_t* name) {
+KvRxClass* kvoreRegisteredClass(KvRxClass*& cache, const char16_t* name) {
     if (!cache) cache = kvrxFindKvRxClass(name);
     return cache;
 }
 
-KvRxLinkedList* newKernelList() {
+KvRxLinkedList* kvoreNewKernelList() {
     KvRxDictionary* registry = kvrxSysRegistry();
     auto* services = registry ? KvRxDictionary::cast(registry->at(u"ServiceDictionary")) : nullptr;
     auto* kernel = services ? KvRxKernel::cast(services->at(u"KernelServices")) : nullptr;
     if (!kernel) KvRxModuleGlobal::fatalError(u"Kernel services are not running!");
     return kernel->newLinkedList();
 }
-
-}  // namespace
 
 KvoreKrxRegCommand::KvoreKrxRegCommand(const char16_t* commandName, const char16_t* commandValue)
     : m_commandName(kvoreDupText(commandName)), m_commandValue(kvoreDupText(commandValue)) {}
@@ -32,14 +27,14 @@ KvoreKrxRegCommand::~KvoreKrxRegCommand() {
 
 KvRxClass* KvoreKrxRegCommand::isA() const {
     static KvRxClass* cls = nullptr;
-    return registeredClass(cls, u"KvoreKrxRegCommand");
+    return kvoreRegisteredClass(cls, u"KvoreKrxRegCommand");
 }
 
 const char16_t* KvoreKrxRegCommand::commandName() const { return m_commandName; }
 const char16_t* KvoreKrxRegCommand::commandValue() const { return m_commandValue; }
 
 KvoreKrxRegCmdGroup::KvoreKrxRegCmdGroup(const char16_t* groupName)
-    : m_groupName(kvoreDupText(groupName)), m_commands(newKernelList()), m_commandCount(0) {}
+    : m_groupName(kvoreDupText(groupName)), m_commands(kvoreNewKernelList()), m_commandCount(0) {}
 
 KvoreKrxRegCmdGroup::~KvoreKrxRegCmdGroup() {
     clear();
@@ -49,7 +44,7 @@ KvoreKrxRegCmdGroup::~KvoreKrxRegCmdGroup() {
 
 KvRxClass* KvoreKrxRegCmdGroup::isA() const {
     static KvRxClass* cls = nullptr;
-    return registeredClass(cls, u"KvoreKrxRegCmdGroup");
+    return kvoreRegisteredClass(cls, u"KvoreKrxRegCmdGroup");
 }
 
 void KvoreKrxRegCmdGroup::addCommand(KvoreKrxRegCommand* command) {
