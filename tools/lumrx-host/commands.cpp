@@ -29,6 +29,7 @@ const char* const kHelp =
     "  register APP FILE [--reason N] [--group G]... [--command NAME VALUE]... [--description TEXT]\n"
     "                         write the application record APP for the module FILE; load\n"
     "                         reasons N (default 12): 2 start-up, 4 command, 8 request, 16 disabled\n"
+    "  run COMMAND            run a registered command, loading its application on demand\n"
     "  send FILE CODE         send message CODE to a loaded module\n"
     "  help                   this text\n"
     "  quit                   unload every module with the quit message and stop\n";
@@ -84,6 +85,7 @@ void HostCommands::execute(const std::vector<std::string>& words) {
         {"deps", [](HostCommands& c, const Args& a) { c.deps(a); }},
         {"register", [](HostCommands& c, const Args& a) { c.registerApp(a); }},
         {"send", [](HostCommands& c, const Args& a) { c.send(a); }},
+        {"run", [](HostCommands& c, const Args& a) { c.run(a); }},
         {"quit", [](HostCommands& c, const Args& a) { expectArgs(a, 0, 0, "quit"); c.m_quit = true; }},
     };
     auto it = table.find(name);
@@ -324,6 +326,7 @@ void HostCommands::shutDown() {
     std::vector<Module> modules = loadedModules();
     if (!modules.empty()) std::printf("quitting: unloading %zu module%s\n", modules.size(), modules.size() == 1 ? "" : "s");
     linker()->unloadAllKrxModule(true, true);
+    dropDemandLists();
 }
 
 }  // namespace lumrxhost

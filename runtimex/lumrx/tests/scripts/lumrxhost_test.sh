@@ -237,4 +237,53 @@ prompt() {
     lacks_match 'lumrx>'
 }
 
+# Application records and demand loading: run finds the unloaded application offering
+# a command, loads it and sends it the command; a record written later is seen too.
+demand() {
+    host_script <<'END'
+register stamp stamp.krx --group STAMPS --command STAMP STAMP --description "Stamps"
+run STAMP
+run STAMPS.STAMP
+apps
+register greet greeting.krx --group GREETINGS --command HELLO HELLO
+run HELLO
+register quiet launcher.krx --reason 8 --group QUIET --command QUIET QUIET
+run QUIET
+register ghost ghost.krx --group GHOSTS --command BOO BOO
+run BOO
+run NOPE
+run STAMPS.
+run OTHERGROUP.STAMP
+END
+    expect_status 1
+    has_line 'registered stamp: module stamp.krx, load reasons 12 (command, request); groups STAMPS; commands STAMP=STAMP'
+    in_order '> run STAMP' 'loading application stamp (stamp.krx) for STAMP' '  [stamp] message 1 (initialise)' \
+        '  [stamp] message 100 (run command): command STAMP, run 1' 'ran STAMP in stamp.krx' \
+        '> run STAMPS.STAMP' '  [stamp] message 100 (run command): command STAMPS.STAMP, run 2' \
+        'ran STAMPS.STAMP in stamp.krx' '> apps'
+    [ "$(grep -c '^loading application stamp ' out.txt)" -eq 1 ] || fail "stamp was loaded again"
+    has_match 'stamp\.krx +1 +no +yes +stamp'
+    in_order '> run HELLO' 'loading application greet (greeting.krx) for HELLO' \
+        '  [greeting] message 1 (initialise): registered class GreetingPhrase and service GreetingService' \
+        '  [greeting] message 100 (run command)' 'ran HELLO in greeting.krx'
+    has_line 'script.lumrx:8: error: the application quiet offers QUIET but is not to be loaded on command (load reasons 8 (request))'
+    has_line 'script.lumrx:10: error: the module file ghost.krx of ghost is missing'
+    has_line "script.lumrx:11: error: no registered application offers the command 'NOPE'"
+    has_line "script.lumrx:12: error: 'STAMPS.' names no command"
+    has_line "script.lumrx:13: error: no registered application offers the command 'OTHERGROUP.STAMP'"
+    lacks_match '\[launcher\]'
+    in_order '> run OTHERGROUP.STAMP' 'quitting: unloading 2 modules' '  [stamp] message 8 (quit)' \
+        '  [stamp] message 2 (unload)'
+    # The records are there for the next session, and a module loaded by its file
+    # still runs the commands of its record.
+    host_script <<'END'
+load stamp.krx
+run STAMP
+END
+    expect_status 0
+    in_order '> run STAMP' '  [stamp] message 100 (run command): command STAMP, run 1' 'ran STAMP in stamp.krx'
+    lacks_match '^loading application'
+}
+
+
 "$case"
