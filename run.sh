@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
-# Sets up a fresh Debian machine, builds everything and runs the main job.
+# Sets up a fresh Debian machine, builds everything and runs the main job: the host
+# program lumrx-host on examples/road.lumrx, with registry hives of its own in a
+# temporary folder, so the user's registry isn't touched.
 set -euo pipefail
 cd "$(dirname "$0")"
 
-packages=(cmake ninja-build g++ pkg-config googletest libgtest-dev libgmock-dev
+packages=(cmake ninja-build g++ binutils pkg-config googletest libgtest-dev libgmock-dev
           libbenchmark-dev libicu-dev libsqlite3-dev clang libclang-rt-14-dev)
 missing=()
 for p in "${packages[@]}"; do
@@ -18,4 +20,11 @@ fi
 
 cmake -S . -B build -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
 ninja -C build
-./build/tools/lumrx-demo/lumrx-demo
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+export LUMRX_REGISTRY_USER=$work/user.db LUMRX_REGISTRY_MACHINE=$work/machine.db
+./build/tools/lumrx-host/lumrx-host --path build/examples --crash-record "$work/crash-record.txt" \
+    examples/road.lumrx
+echo
+echo "Crash record (the runtime's diagnostic lines):"
+cat "$work/crash-record.txt"

@@ -285,5 +285,18 @@ END
     lacks_match '^loading application'
 }
 
+# The road that run.sh shows runs without a failure.
+roadscript() {
+    "$host" --path "$examples" --crash-record crash.txt "$(dirname "$0")/../../../../examples/road.lumrx" \
+        >out.txt 2>&1
+    status=$?
+    expect_status 0
+    in_order '> run STAMP' 'loading application stamp (stamp.krx) for STAMP' \
+        '  [stamp] message 100 (run command): command STAMP, run 1, greeting service says "Hello from greeting.krx"' \
+        '> unload greeting.krx' 'unloaded greeting.krx' \
+        '  [stamp] message 100 (run command): command STAMP, run 3' \
+        'quitting: unloading 1 module' '  [stamp] message 8 (quit)' '  [stamp] message 2 (unload)' \
+        'runtime shut down'
+}
 
 "$case"
