@@ -4,8 +4,7 @@
 #include "hostservices.h"
 #include "kvoreappinfo.h"
 #include "kvrxdynamiclinker.h"
-#include "kvrxdynamiclinkerimp.h"
-#include "kvrxdynloadmoduleproxy.h"
+#include "kvrxdynamiclinker.h"
 #include "kvrxruntime.h"
 #include "lumrxhost.h"
 
@@ -186,15 +185,18 @@ void HostCommands::services() {
     std::unique_ptr<KvRxDictionaryIterator> it(dictionary->newIterator(kDictById));
     for (; !it->done(); it->next()) {
         std::string owner = "no owner";
-        if (KvRxService* service = KvRxService::cast(it->object())) {
-            KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::cast(service->getSysInfo());
-            if (proxy == KvRxDynamicLinkerImp::kernelProxy()) {
-                owner = "the kernel";
-            } else if (proxy && proxy->moduleName()) {
-                owner = utf8(baseName(proxy->moduleName()));
-                for (const Module& m : modules)
-                    if (m.path == proxy->moduleName()) owner = m.shown;
-            }
+        const char16_t* moduleName = nullptr;
+        switch (kvrxServiceOwner(it->key(), &moduleName)) {
+        case KvRxServiceOwner::kKernel:
+            owner = "the kernel";
+            break;
+        case KvRxServiceOwner::kModule:
+            owner = utf8(baseName(moduleName));
+            for (const Module& m : modules)
+                if (m.path == moduleName) owner = m.shown;
+            break;
+        case KvRxServiceOwner::kNone:
+            break;
         }
         std::printf("%-24s %s\n", utf8(it->key()).c_str(), owner.c_str());
     }
@@ -325,7 +327,7 @@ void HostCommands::send(const Args& args) {
 void HostCommands::shutDown() {
     std::vector<Module> modules = loadedModules();
     if (!modules.empty()) std::printf("quitting: unloading %zu module%s\n", modules.size(), modules.size() == 1 ? "" : "s");
-    linker()->unloadAllKrxModule(true, true);
+    kvrxUnloadAllModules(true, true);
     dropDemandLists();
 }
 

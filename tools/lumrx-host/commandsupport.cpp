@@ -1,6 +1,6 @@
 #include "commandsupport.h"
 
-#include "kvrxdynamiclinkerimp.h"
+#include "kvrxdynamiclinker.h"
 #include "kvrxruntime.h"
 
 #include <algorithm>
@@ -86,10 +86,10 @@ KvRxDictionary* systemEntry(const char16_t* key) {
     return KvRxDictionary::cast(kvrxSysRegistry()->at(key));
 }
 
-KvRxDynamicLinkerImp* linker() {
-    KvRxDynamicLinkerImp* imp = KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
-    if (!imp) failWith("the runtime has no dynamic linker");
-    return imp;
+KvRxDynamicLinker* linker() {
+    KvRxDynamicLinker* found = KvRxDynamicLinker::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
+    if (!found) failWith("the runtime has no dynamic linker");
+    return found;
 }
 
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 class KvRxDictionary;
-class KvRxDynamicLinkerImp;
+class KvRxDynamicLinker;
 
 namespace lumrxhost {
 
@@ -30,6 +30,6 @@ std::string statusText(KvoreApp::ErrorStatus status);
 // The entry `key` of the system registry as a dictionary, or null.
 KvRxDictionary* systemEntry(const char16_t* key);
 // The runtime's linker; an error if there is none.
-KvRxDynamicLinkerImp* linker();
+KvRxDynamicLinker* linker();
 
 }  // namespace lumrxhost

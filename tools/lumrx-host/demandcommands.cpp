@@ -4,7 +4,7 @@
 #include "commandsupport.h"
 #include "hostservices.h"
 #include "kvoreappinfo.h"
-#include "kvrxdynamiclinkerimp.h"
+#include "kvrxdynamiclinker.h"
 #include "lumplatform/registry.h"
 #include "lumrxhost.h"
 

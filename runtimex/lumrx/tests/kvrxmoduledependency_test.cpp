@@ -259,3 +259,31 @@ TEST_F(Tracker, WithEveryModuleHeldTheLastOneIsTheCandidate) {
     EXPECT_EQ(tracker.nodeCount(), 2);
     EXPECT_EQ(tracker.unloadBlocker(failed), KvRxModuleDependencyTracker::kFree);
 }
+
+TEST_F(Dependencies, AnUnloadedModuleWaitingForItsReleaseIsNotUnloadedAgain) {
+    std::u16string free = modulePath("krxfree.krx");
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    linker()->unloadAllKrxModule(true, false);
+    events();
+    // After a quit its proxy stays in the table, without references.
+    EXPECT_FALSE(linker()->unloadModule(free.c_str(), false));
+    linker()->unloadAllKrxModule(true, true);
+    EXPECT_TRUE(events().empty());
+    EXPECT_EQ(proxyOf(free)->refCount(), 0);
+}
+
+TEST_F(Dependencies, AFatalClassTreeErrorDuringALoadLeavesNothing) {
+    std::u16string orphan = modulePath("krxorphan.krx");
+    EXPECT_LUM_THROW(linker()->loadModule(orphan.c_str(), true, false), "Regist rx class with wrong order!!!");
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxorphan mapped " + moduleDir().string(),
+                                                  "krxorphan message 1", "krxorphan message 2"}));
+    EXPECT_EQ(proxyOf(orphan), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"KrxOrphanClass"), nullptr);
+    // The next load is an outermost one again, with its own node.
+    host.messages.clear();
+    std::u16string free = modulePath("krxfree.krx");
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), true, false));
+    EXPECT_EQ(host.messages, std::vector<std::u16string>{u"Module " + free + u" loaded."});
+    EXPECT_TRUE(edges().empty());
+    EXPECT_TRUE(linker()->unloadModule(free.c_str(), false));
+}

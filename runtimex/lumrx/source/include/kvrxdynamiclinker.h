@@ -120,6 +120,11 @@ bool kvrxAppIsLoaded(const char16_t* moduleName);
 // The file names (with extension, without directory) of the modules in the table. The
 // caller owns the array and each name, a block of 260 units from _lumMalloc.
 KvArray<char16_t*, KvArrayMemCopyReallocator<char16_t*>>* kvrxLoadedApps();
+// Unloads every module with its messages, dependents before what they need: the host's
+// shut-down (`quitting`: the quit message first, and the libraries stay mapped until
+// the runtime shuts down). `forced` unlocks each module first; otherwise locked
+// modules stay.
+void kvrxUnloadAllModules(bool quitting, bool forced);
 bool kvrxLoadAutoloadApps(const char16_t*);    // always false
 bool kvrxUnloadAutoloadApps(const char16_t*);  // always false
 
@@ -138,6 +143,11 @@ struct KvRxModuleDependency {
     const char16_t* dependsOn;   // ...this one
     bool isStatic;               // linked against it, rather than loaded from its first message
 };
+// Who owns a service: none (no such service, or registered without a module), the
+// kernel, or a module, whose full file name then goes to `moduleName` (borrowed, valid
+// until the next unload).
+enum class KvRxServiceOwner { kNone, kKernel, kModule };
+KvRxServiceOwner kvrxServiceOwner(const char16_t* serviceName, const char16_t** moduleName);
 // Appends the state of every module in the table, in table order.
 void kvrxGetModuleStates(KvArray<KvRxModuleState>& out);
 // Appends every edge of the dependency graph.

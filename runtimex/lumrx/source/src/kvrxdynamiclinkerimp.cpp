@@ -82,6 +82,18 @@ const char16_t* productName() {
     return name ? name : u"";
 }
 
+// Raises a depth counter for the scope, also when an exception passes.
+class DepthScope {
+public:
+    explicit DepthScope(int& depth) : m_depth(depth) { ++m_depth; }
+    ~DepthScope() { --m_depth; }
+    DepthScope(const DepthScope&) = delete;
+    DepthScope& operator=(const DepthScope&) = delete;
+
+private:
+    int& m_depth;
+};
+
 // Gives the host runtime's current module back when the scope ends, also when an
 // exception passes.
 class CurrentModuleScope {
@@ -253,10 +265,8 @@ bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bo
     if (proxy->refCount() > 1) return true;  // loaded already: one more reference
     unsigned id = 0;
     modules->atPut(fullFileName(proxy->moduleName()).c_str(), proxy, id);
-    ++loadDepth;
-    bool loaded = initModule(proxy, verbose);
-    --loadDepth;
-    return loaded;
+    DepthScope depth(loadDepth);
+    return initModule(proxy, verbose);
 }
 
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
@@ -371,7 +381,18 @@ bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbos
         notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
         return false;
     }
-    kvrxBuildClassHierarchy();
+    try {
+        kvrxBuildClassHierarchy();
+    } catch (...) {
+        // A fatal error of the class tree: the module goes down the failure road, so
+        // that nothing of it stays behind the error.
+        m_tracker->abortLoad(proxy);
+        notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
+        proxy->setInitialising(false);
+        recordModuleEvent(name.c_str(), u"load failure");
+        finishUnload(false, proxy, false);
+        throw;
+    }
     bool nested = loadDepth > 1;
     if (nested) setAppInNestedLoad(name.c_str(), true);
     notify(&KvRxDLinkerReactor::rxAppLoaded, name.c_str());
@@ -398,6 +419,9 @@ bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCom
                                        bool quitting) {
     // A pointer from an older list may name a proxy that is gone: it is only compared.
     if (!proxy || !inTable(proxy)) return false;
+    // One whose unload has run already waits for its release (after a quit, until the
+    // linker goes): it has no reference left to drop.
+    if (proxy->refCount() <= 0) return false;
     if (proxy->locked() || proxy->inMessage()) {
         KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kUnloadRefused, proxy->moduleName());
         return false;

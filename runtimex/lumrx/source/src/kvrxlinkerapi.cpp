@@ -1,6 +1,7 @@
 // The flat front doors to the linker for hosts and modules that don't hold it.
 #include "kvrxdynamiclinkerimp.h"
 
+#include "kvrxdictionary.h"
 #include "kvrxdynloadmoduleproxy.h"
 #include "kvrxmoduledependencytracker.h"
 #include "kvrxruntime.h"
@@ -78,6 +79,20 @@ KvArray<char16_t*, KvArrayMemCopyReallocator<char16_t*>>* kvrxLoadedApps() {
         names->append(name);
     }
     return names;
+}
+
+void kvrxUnloadAllModules(bool quitting, bool forced) { linkerImp()->unloadAllKrxModule(quitting, forced); }
+
+KvRxServiceOwner kvrxServiceOwner(const char16_t* serviceName, const char16_t** moduleName) {
+    if (moduleName) *moduleName = nullptr;
+    if (!serviceName || !*serviceName) return KvRxServiceOwner::kNone;
+    auto* services = KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
+    auto* service = services ? KvRxService::cast(services->at(serviceName)) : nullptr;
+    auto* proxy = service ? KvRxDynLoadModuleProxy::cast(service->getSysInfo()) : nullptr;
+    if (!proxy) return KvRxServiceOwner::kNone;
+    if (proxy == KvRxDynamicLinkerImp::kernelProxy()) return KvRxServiceOwner::kKernel;
+    if (moduleName) *moduleName = proxy->moduleName();
+    return KvRxServiceOwner::kModule;
 }
 
 bool kvrxLoadAutoloadApps(const char16_t*) { return false; }

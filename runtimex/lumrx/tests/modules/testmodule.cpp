@@ -72,6 +72,23 @@ void registerOrDoom(int code) {
 }  // namespace
 #endif
 
+#ifdef KRX_ORPHAN
+#include "kvrxclass.h"
+
+namespace {
+
+// Registers a class whose parent nobody registers, which the class tree refuses when it
+// is linked after the first message; the unload message takes the class back.
+KvRxClass* gOrphan = nullptr;
+
+void registerOrphan(int code) {
+    if (code == 1) gOrphan = newKvRxClass(u"KrxOrphanClass", u"KrxNoSuchParent");
+    if (code == 2 && gOrphan) deleteKvRxClass(gOrphan);
+}
+
+}  // namespace
+#endif
+
 #ifndef KRX_NO_VERSION
 extern "C" uint32_t kvrxGetApiVersion(uintptr_t) { return KRX_VERSION; }
 #endif
@@ -109,6 +126,9 @@ extern "C" int kvrxEntryPoint(int code, void* packet) {
 #endif
 #ifdef KRX_REGISTERS
     registerOrDoom(code);
+#endif
+#ifdef KRX_ORPHAN
+    registerOrphan(code);
 #endif
 #ifdef KRX_THROW
     if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
