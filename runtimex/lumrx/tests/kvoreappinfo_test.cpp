@@ -230,6 +230,7 @@ TEST_F(AppRecords, CorruptHiveFileGivesAStatusAndStaysAsItIs) {
     size_t n = fread(buffer, 1, sizeof buffer, f);
     fclose(f);
     EXPECT_EQ(std::string(buffer, n), junk);
+    std::remove(machine.c_str());  // the next test of this process starts from an empty hive
 }
 
 #ifdef LUMRX_REG_TOOL
