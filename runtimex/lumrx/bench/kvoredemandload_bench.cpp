@@ -10,6 +10,8 @@
 #include "lumosbase.h"
 #include "lumplatform/registry.h"
 
+#include "ratioreporter.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -174,17 +176,6 @@ void BM_ReLoadIfModified_NoChange(benchmark::State& state) {
 }
 BENCHMARK(BM_ReLoadIfModified_NoChange);
 
-// Keeps each benchmark's time per iteration for the ratios printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs)
-            if (!run.error_occurred) times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    std::map<std::string, double> times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -199,10 +190,7 @@ int main(int argc, char** argv) {
     };
     std::printf("\nRatios to baselines (same run):\n");
     for (const auto& [measured, baselines] : ratios)
-        for (const char* baseline : baselines)
-            if (reporter.times.count(measured) && reporter.times.count(baseline) && reporter.times[baseline] > 0)
-                std::printf("  %-40s / %-32s %10.1f x\n", measured, baseline,
-                            reporter.times[measured] / reporter.times[baseline]);
+        for (const char* baseline : baselines) reporter.printRatio(measured, baseline);
     benchmark::Shutdown();
     return 0;
 }

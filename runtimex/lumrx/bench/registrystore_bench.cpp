@@ -4,6 +4,8 @@
 // full enumeration of those 1 000 keys.
 #include "lumplatform/registry.h"
 
+#include "ratioreporter.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -103,17 +105,6 @@ void BM_EnumerateSubKeys_1000(benchmark::State& state) {
 }
 BENCHMARK(BM_EnumerateSubKeys_1000);
 
-// Keeps each benchmark's time per iteration for the ratios printed at the end.
-class RatioReporter : public benchmark::ConsoleReporter {
-public:
-    void ReportRuns(const std::vector<Run>& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (const Run& run : runs)
-            if (!run.error_occurred) times[run.benchmark_name()] = run.GetAdjustedRealTime();
-    }
-    std::map<std::string, double> times;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -123,12 +114,9 @@ int main(int argc, char** argv) {
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     const std::string baseline = "BM_Baseline_StatOfHiveFile";
-    auto found = reporter.times.find(baseline);
-    if (found != reporter.times.end() && found->second > 0) {
-        std::printf("\nRatios to %s (same run):\n", baseline.c_str());
-        for (const auto& [name, time] : reporter.times)
-            if (name != baseline) std::printf("  %-40s %10.1f x\n", name.c_str(), time / found->second);
-    }
+    std::printf("\nRatios to the baseline (same run):\n");
+    for (const auto& entry : reporter.times)
+        if (entry.first != baseline) reporter.printRatio(entry.first, baseline);
     benchmark::Shutdown();
     return 0;
 }
