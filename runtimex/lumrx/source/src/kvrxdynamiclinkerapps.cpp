@@ -10,15 +10,12 @@
 #include "lumplatform/library.h"
 #include "lumplatform/registry.h"
 #include "lumplatform/text.h"
-#include "lumuinfo.h"
 
 #include <cctype>
 #include <fstream>
 #include <iterator>
 #include <string>
 #include <vector>
-
-bool kvrxResolveModuleName(const char16_t* name, std::u16string& out);
 
 namespace {
 
@@ -37,10 +34,7 @@ KvRxDynLoadModuleProxy* moduleIdentity(void* moduleId) {
 
 // A managed module goes through the bridge library, which keeps it; the linker doesn't.
 bool loadManagedModule(const char16_t* moduleName) {
-    char16_t prefix[1024] = {};
-    std::u16string bridge = GetKvoreProductPreName(prefix) > 0
-                                ? std::u16string(prefix) + u"Managed.dll"
-                                : std::u16string(u"LumManaged.dll");
+    std::u16string bridge = kvrxProductLibraryName(u"Managed.dll", u"LumManaged.dll");
     void* handle = lumplatform::mappedLibrary(bridge);
     auto load = reinterpret_cast<ManagedLoader>(
         handle ? lumplatform::librarySymbol(handle, "LoadManagedDll") : nullptr);

@@ -46,11 +46,6 @@ using ApiVersion = uint32_t (*)(uintptr_t);
 
 constexpr uint32_t kApiVersionHigh = 0x07E5;
 
-KvDbHostRuntime* hostRuntime() {
-    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
-    return host ? host->hostRuntime() : nullptr;
-}
-
 // The normal full path of `name`, the key of the module table; empty if there is none.
 std::u16string fullFileName(const char16_t* name) {
     char16_t full[LUM_MAX_PATH];
@@ -59,7 +54,7 @@ std::u16string fullFileName(const char16_t* name) {
 
 // Writes "krx <module> <event>" to the host's crash record.
 void recordModuleEvent(const char16_t* moduleName, const char16_t* event) {
-    KvDbHostRuntime* runtime = hostRuntime();
+    KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime || !runtime->crashRecorder()) return;
     std::u16string line = u"krx " + std::u16string(moduleName ? moduleName : u"") + u" " + event;
     runtime->crashRecorder()->recordMessage(line.c_str(), 0, 0, 0);
@@ -113,9 +108,17 @@ private:
 
 }  // namespace
 
-bool kvrxResolveModuleName(const char16_t* name, std::u16string& out);
+KvDbHostRuntime* kvrxHostRuntime() {
+    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
+    return host ? host->hostRuntime() : nullptr;
+}
 
-// The local file for a caller's name: remote names are fetched by the host.
+std::u16string kvrxProductLibraryName(const char16_t* suffix, const char16_t* standard) {
+    char16_t prefix[1024] = {};
+    return GetKvoreProductPreName(prefix) > 0 ? std::u16string(prefix) + suffix
+                                              : std::u16string(standard);
+}
+
 bool kvrxResolveModuleName(const char16_t* name, std::u16string& out) {
     KvDbHostApplicationServices* host = kvdbHostApplicationServices();
     if (!host) return false;
@@ -354,7 +357,7 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
 // The first message, with the module current and its new classes owned by it. A
 // failed start goes down the unload road, unload message included.
 bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbose) {
-    KvDbHostRuntime* runtime = hostRuntime();
+    KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime) return false;
     std::u16string name = proxy->moduleName();  // the proxy may be gone before the last report
     notify(&KvRxDLinkerReactor::rxAppWillBeLoaded, name.c_str());
@@ -454,7 +457,7 @@ bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* 
     pendingDelete->append(proxy);
     if (unloadDepth == 1 && !quitting) flushPendingModules();
     if (gNonMdiUnloadPending && !anyNonMdiModule()) {
-        if (KvDbHostRuntime* runtime = hostRuntime()) runtime->nonMdiModulesGone();
+        if (KvDbHostRuntime* runtime = kvrxHostRuntime()) runtime->nonMdiModulesGone();
         gNonMdiUnloadPending = false;
     }
     if (--unloadDepth == 0) KvRxImpClass::destroyDoomedRxClasses(true);

@@ -122,6 +122,16 @@ private:
     int loadDepth;
 };
 
+// Helpers that the linker's sources share.
+// The host's runtime object; null without a host or runtime.
+KvDbHostRuntime* kvrxHostRuntime();
+// The local file for a caller's module name: remote names are fetched by the host.
+// False without a host or if the fetch fails.
+bool kvrxResolveModuleName(const char16_t* name, std::u16string& out);
+// The name of a library that the product may rename: its prefix followed by `suffix`,
+// else `standard` for a product without prefix.
+std::u16string kvrxProductLibraryName(const char16_t* suffix, const char16_t* standard);
+
 // The user messages of the linker, by the numbers of the resource library's texts.
 namespace KvRxLinkerMessage {
 enum Id {

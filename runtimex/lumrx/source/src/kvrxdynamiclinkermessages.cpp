@@ -26,11 +26,6 @@ KvRxDictionary* serviceDictionary() {
     return KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
 }
 
-KvDbHostRuntime* hostRuntime() {
-    KvDbHostApplicationServices* host = kvdbHostApplicationServices();
-    return host ? host->hostRuntime() : nullptr;
-}
-
 }  // namespace
 
 bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvRx::AppMsgCode code,
@@ -46,7 +41,7 @@ bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvR
         KvRxModuleGlobal::fatalError(u"Cannot find KRX entry point from module: \"%s\"!!!",
                                      proxy->moduleName());
     }
-    KvDbHostRuntime* runtime = hostRuntime();
+    KvDbHostRuntime* runtime = kvrxHostRuntime();
     KvRxDynLoadModuleProxy* previousModule = runtime ? runtime->setCurrentModule(proxy) : nullptr;
     bool ok = false;
     try {
@@ -76,7 +71,7 @@ void KvRxDynamicLinkerImp::deliverToModule(KvDbHostRuntime* runtime, KvRxDynLoad
 bool KvRxDynamicLinkerImp::sendMessageToModule(const char16_t* moduleName, KvRx::AppMsgCode code,
                                                void* packet) {
     if (!moduleName || !*moduleName) return false;
-    KvDbHostRuntime* runtime = hostRuntime();
+    KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime) return false;
     // The whole path counts: a bare file name matches only a module stored under it.
     KvRxDynLoadModuleProxy* target = nullptr;
@@ -97,7 +92,7 @@ bool KvRxDynamicLinkerImp::sendMessageToModule(const char16_t* moduleName, KvRx:
 }
 
 bool KvRxDynamicLinkerImp::sendMessageToAllModules(KvRx::AppMsgCode code, void* packet) {
-    KvDbHostRuntime* runtime = hostRuntime();
+    KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime) return false;
     KvArray<KvRxDynLoadModuleProxy*> all;
     getLoadedModules(all);
@@ -155,10 +150,7 @@ void* KvRxDynamicLinkerImp::getServiceSymbolAddr(const char16_t* serviceName,
 
 bool KvRxLinkerMessage::loadMessageText(unsigned id, char16_t* out) {
     // The resource library: the product prefix's own, else the system's.
-    char16_t prefix[1024] = {};
-    std::u16string library = GetKvoreProductPreName(prefix) > 0
-                                 ? std::u16string(prefix) + u"RxRes.dll"
-                                 : std::u16string(u"LumRxRes.dll");
+    std::u16string library = kvrxProductLibraryName(u"RxRes.dll", u"LumRxRes.dll");
     void* handle = lumplatform::mappedLibrary(library);
     if (!handle) handle = LoadResourceDll(library.c_str());
     // One unit more than the caller's buffer tells a text that fits from one cut.
