@@ -1,5 +1,9 @@
 // A console reporter that keeps each benchmark's time per iteration, so that a
 // program can print its figures as ratios to baselines measured in the same run.
+//
+// Goal rows: `printGoal` prints one line "GOAL|operation|peer|ratio|limit" for
+// ./bench.sh, which gathers the rows of every program into one table; `printNote`
+// prints "NOTE|text" for the table's notes (memory per class, per entry, ...).
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -23,6 +27,17 @@ public:
         std::printf("  %-40s / %-32s %10.1f x\n", measured.c_str(), baseline.c_str(),
                     times[measured] / times[baseline]);
     }
+
+    // Prints a goal row: the ratio measured / baseline against its limit. A pair that
+    // did not run (filtered out, or failed) prints nothing.
+    void printGoal(const std::string& operation, const std::string& peer,
+                   const std::string& measured, const std::string& baseline, double limit) {
+        if (!times.count(measured) || !times.count(baseline) || times[baseline] <= 0) return;
+        std::printf("GOAL|%s|%s|%.2f|%.2f\n", operation.c_str(), peer.c_str(),
+                    times[measured] / times[baseline], limit);
+    }
+
+    static void printNote(const std::string& text) { std::printf("NOTE|%s\n", text.c_str()); }
 
     std::map<std::string, double> times;
 };
