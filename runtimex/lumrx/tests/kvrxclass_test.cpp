@@ -64,7 +64,7 @@ protected:
     }
     static KvRxImpClass* imp(KvRxClass* c) { return KvRxImpClass::getImplRxClass(c); }
     // Destroys what the test doomed, with the order checks on.
-    void TearDown() override { KvRxImpClass::destroyDoomedRxClasses(true); }
+    void TearDown() override { KvRxClassState::destroyDoomedRxClasses(true); }
 };
 
 TEST_F(ClassTree, BoilerplateCastAndKindFollowTheRegisteredTree) {
@@ -209,7 +209,7 @@ TEST_F(ClassTree, ALoopOfParentsIsRefusedAsAWrongOrder) {
     EXPECT_EQ(recorder.lines.size(), 1u);
     deleteKvRxClass(a);
     deleteKvRxClass(b);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_TRUE(recorder.faults.empty());
     EXPECT_EQ(kvrxFindKvRxClass(u"TestLoopB"), nullptr);
 }
@@ -236,7 +236,7 @@ TEST_F(ClassTree, DoomedClassesStayFoundUntilTheWalk) {
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(1), nullptr);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(-1), nullptr);
     EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), c);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
     EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), nullptr);
 }
@@ -248,7 +248,7 @@ TEST_F(ClassTree, ChildrenBeforeParentsGoSilently) {
     kvrxBuildClassHierarchy();
     deleteKvRxClass(kvrxFindKvRxClass(u"TestChildOk"));
     deleteKvRxClass(parent);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_TRUE(recorder.lines.empty());
     EXPECT_TRUE(recorder.faults.empty());
     EXPECT_EQ(kvrxFindKvRxClass(u"TestParentOk"), nullptr);
@@ -265,7 +265,7 @@ TEST_F(ClassTree, AParentBeforeItsChildrenIsRecordedAndTheWalkGoesOn) {
 
     deleteKvRxClass(parent);
     deleteKvRxClass(bystander);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
 
     ASSERT_EQ(recorder.lines.size(), 1u);
     EXPECT_EQ(utf8(recorder.lines[0]),
@@ -295,7 +295,7 @@ TEST_F(ClassTree, SubClassNamesStopBeforeTheBufferEnds) {
     }
     kvrxBuildClassHierarchy();
     deleteKvRxClass(parent);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     ASSERT_EQ(recorder.lines.size(), 1u);
     std::u16string expected = u"ModuleName: , ClassName: TestWide , SubClassNames: ";
     for (int i = 0; i < 6; ++i) expected += names[size_t(i)] + u",";
@@ -318,9 +318,9 @@ TEST_F(ClassTree, ClassesRegisteredDuringAModulesFirstMessageBelongToIt) {
     KvRxClass* hostless = newKvRxClass(u"TestHostless", u"OvRxObject");
     host.withRuntime = true;
 
-    EXPECT_EQ(imp(before)->module(), nullptr);
-    EXPECT_EQ(imp(owned)->module(), proxy.get());
-    EXPECT_EQ(imp(hostless)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(before)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(owned)->module(), proxy.get());
+    EXPECT_EQ(KvRxClassState::of(hostless)->module(), nullptr);
 
     // The module's name appears in the wrong-order line.
     EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
@@ -330,7 +330,7 @@ TEST_F(ClassTree, ClassesRegisteredDuringAModulesFirstMessageBelongToIt) {
               "TestMissingForModule , ClassName: TestOwned !!!");
     newKvRxClass(u"TestMissingForModule", u"OvRxObject");
     kvrxBuildClassHierarchy();
-    imp(owned)->setModule(nullptr);  // the proxy goes before the class
+    KvRxClassState::of(owned)->setModule(nullptr);  // the proxy goes before the class
 }
 
 TEST_F(ClassTree, ContextMenusKeepOnePairPerObject) {

@@ -177,7 +177,7 @@ void UninitializeKvRxSystem() {
     deleteServicesAndLinker(instance);
 
     // What modules doomed goes first, with the order checks on.
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
 
     // Everything left is doomed in name order and goes with the checks off, since the
     // whole tree goes at once.
@@ -186,8 +186,8 @@ void UninitializeKvRxSystem() {
         if (KvRxClass* c = KvRxClass::cast(it->object())) deleteKvRxClass(c);
     // Classes whose checked destruction failed earlier are out of the dictionary; they
     // go in this walk too.
-    KvRxImpClass::doomAbandonedClasses();
-    KvRxImpClass::destroyDoomedRxClasses(false);
+    KvRxClassState::doomAbandonedClasses();
+    KvRxClassState::destroyDoomedRxClasses(false);
 
     delete classes;
     instance->classDictionary = nullptr;
