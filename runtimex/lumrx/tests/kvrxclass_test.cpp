@@ -140,11 +140,11 @@ TEST_F(ClassTree, RegistrationRefusesEmptyAndTakenNames) {
     EXPECT_EQ(newKvRxClass(u"", u"OvRxObject"), nullptr);
 
     KvRxClass* first = newKvRxClass(u"TestTaken", u"OvRxObject", 3);
-    unsigned id = KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken");
+    unsigned id = KvRxModuleGlobalImp::instance()->classDictionary->idAt(u"TestTaken");
     EXPECT_LUM_THROW(newKvRxClass(u"testTAKEN", u"OvRxObject"),
                      "Try to regist a rxclass which is already registed!!");
     EXPECT_EQ(kvrxFindKvRxClass(u"TestTaken"), first);
-    EXPECT_EQ(KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken"), id);
+    EXPECT_EQ(KvRxModuleGlobalImp::instance()->classDictionary->idAt(u"TestTaken"), id);
     EXPECT_EQ(first->proxyFlags(), 3);
     kvrxBuildClassHierarchy();
 }

@@ -1,15 +1,19 @@
-// sdkcheck.krx: in its first message it goes through the class implementation
-// operations with the installed headers only, and prints one line per check:
+// sdkcheck.krx: in its first message it goes through the operations of the runtime's
+// implementation classes that modules are given (the class implementation, the
+// dictionary factory, the linker's own operations, the runtime's instance and fatal
+// paths) with the installed headers only, and prints one line per check:
 // "sdkcheck: <check> ok", or "sdkcheck: <check> FAILED". The first message fails if
 // any check does.
 #include "kvrxclass.h"
 #include "kvrxdynamiclinker.h"
+#include "kvrximplementations.h"
 #include "kvrxmap.h"
 #include "kvrxmodule.h"
 #include "kvrxoverrule.h"
 #include "kvrxruntime.h"
 
 #include <cstdio>
+#include <string>
 
 namespace {
 
@@ -96,6 +100,93 @@ void checkClassImplementation() {
     deleteKvRxClass(kvrxFindKvRxClass(u"SdkCheckObjOverrule"));
 }
 
+void checkDictionary() {
+    KvRxDictionaryImp* dictionary = KvRxDictionaryImp::createDictionary(0, false, true, true, nullptr);
+    Marker value;
+    unsigned id = 0;
+    bool stored = dictionary && !dictionary->atPut(u"Key", &value, id) && id == 1;
+    report("dictionary factory", stored && dictionary->at(u"KEY") == &value &&
+                                     dictionary->isSorted() && !dictionary->isCaseSensitive());
+    delete dictionary;
+}
+
+// A reactor of a class of its own, so that clearing that class drops only it.
+class CheckReactor : public KvRxDLinkerReactor {
+public:
+    KvRxClass* isA() const override { return kvrxFindKvRxClass(u"SdkCheckReactor"); }
+    void rxAppWillBeLoaded(const char16_t*) override { ++heard; }
+    int heard = 0;
+};
+
+void checkLinker(void* moduleId) {
+    KvRxDynamicLinkerImp* linker = KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
+    report("linker", linker != nullptr);
+    if (!linker) return;
+
+    // This module is in the table, under its full file name.
+    KvRxDictionaryIterator* it = nullptr;
+    std::u16string self;
+    int count = 0;
+    if (linker->newIterator(it) == Kvore::eOk && it) {
+        for (; !it->done(); it->next(), ++count) {
+            std::u16string name(it->key() ? it->key() : u"");
+            if (name.size() >= 13 && name.compare(name.size() - 13, 13, u"/sdkcheck.krx") == 0 &&
+                static_cast<const void*>(linker->findRxModuleProxyByModuleName(it->key(), false)) ==
+                    static_cast<const void*>(it->object()))
+                self = name;
+        }
+        delete it;
+    }
+    report("module table", !self.empty() && count == linker->loadedModuleCount());
+    report("no such module", linker->findRxModuleProxyByModuleName(u"/nowhere/none.krx", false) == nullptr);
+
+    RxKDSAppTableEntryType* current = KvRxDynamicLinkerImp::getCurKdsData();
+    report("module record", current && KvRxDynamicLinkerImp::setCurKdsData(current) == current &&
+                                KvRxDynamicLinkerImp::getCurKdsData() == current);
+
+    // Still locked, so a pass over the table leaves this module loaded.
+    linker->unloadAllKrxModule(false, false);
+    report("unload all leaves a locked module", linker->loadedModuleCount() == count);
+    kvrxUnlockApplication(moduleId);
+
+    // Of three reactors only the one still added hears of the peer's load.
+    newKvRxClass(u"SdkCheckReactor", u"OvRxDLinkerReactor");
+    kvrxBuildClassHierarchy();
+    CheckReactor removed, cleared, kept;
+    linker->addDbAppAware(&removed);
+    linker->addDbAppAware(&kept);
+    linker->addReactor(&cleared);
+    linker->removeDbAppAware(&removed);
+    linker->clearAllRxReactor(kvrxFindKvRxClass(u"SdkCheckReactor"));
+    linker->addDbAppAware(&kept);
+    std::u16string peer = self.substr(0, self.size() - 12) + u"sdkpeer.krx";
+    bool loaded = linker->loadModule(peer.c_str(), false, false);
+    linker->removeDbAppAware(&kept);
+    report("reactors", loaded && removed.heard == 0 && cleared.heard == 0 && kept.heard == 1);
+    linker->unloadModule(peer.c_str(), false);
+    deleteKvRxClass(kvrxFindKvRxClass(u"SdkCheckReactor"));
+}
+
+void checkRuntimeInstance() {
+    report("instance", KvRxModuleGlobal::GetInstance() != nullptr);
+    std::u16string thrown;
+    try {
+        KvRxModuleGlobal::fatalError(u"sdkcheck %d", 7);
+    } catch (LumExceptionWithMsg* e) {
+        thrown = e->message();
+        delete e;
+    }
+    report("fatal error", thrown == u"sdkcheck 7");
+    thrown.clear();
+    try {
+        KvRxModuleGlobal::fatalStatus();
+    } catch (LumException* e) {
+        thrown = e->description();
+        delete e;
+    }
+    report("fatal status", thrown == u"Rx module fatal error, code is 46");
+}
+
 }  // namespace
 
 KVRX_MODULE_EXPORT uint32_t kvrxGetApiVersion(uintptr_t) { return KvRx::kModuleApiVersion; }
@@ -103,7 +194,9 @@ KVRX_MODULE_EXPORT uint32_t kvrxGetApiVersion(uintptr_t) { return KvRx::kModuleA
 KVRX_MODULE_EXPORT KvRx::AppRetCode kvrxEntryPoint(KvRx::AppMsgCode code, void* packet) {
     if (code != KvRx::kInitAppMsg) return KvRx::kRetOK;
     checkClassImplementation();
-    kvrxUnlockApplication(packet);
+    checkDictionary();
+    checkRuntimeInstance();
+    checkLinker(packet);
     std::printf("sdkcheck: %d failed\n", gFailures);
     return gFailures ? KvRx::kRetError : KvRx::kRetOK;
 }

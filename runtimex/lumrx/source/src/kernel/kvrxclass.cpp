@@ -119,7 +119,7 @@ KvRxClass* newKvRxClassWithFeature(const char16_t* name, const char16_t* parentN
 void deleteKvRxClass(KvRxClass* aClass) { KvRxClassState::doom(aClass); }
 
 void kvrxBuildClassHierarchy() {
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     if (!g) return;
     // The walk order doesn't matter: a parent need only be registered, not linked.
     std::unique_ptr<KvRxDictionaryIterator> it(g->classDictionary->newIterator(kDictSorted));

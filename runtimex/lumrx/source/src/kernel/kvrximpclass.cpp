@@ -21,7 +21,7 @@ bool gCheckOrder = true;
 const unsigned kSubClassNamesSize = 260;
 
 KvRxDictionary* classDictionary() {
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     return g ? g->classDictionary : nullptr;
 }
 
