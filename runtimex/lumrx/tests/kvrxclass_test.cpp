@@ -3,6 +3,7 @@
 #include "kernel/kvrximpclass.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxdynloadmoduleproxy.h"
+#include "kvrxvalue.h"
 #include "testsupport.h"
 
 #include <memory>
@@ -366,6 +367,72 @@ TEST_F(ClassTree, ContextMenusKeepOnePairPerObject) {
     EXPECT_EQ(object, &b) << "the gap closes";
     EXPECT_EQ(menu, &menuB);
     EXPECT_EQ(impl->numOfObjectContextMenu(), 2);
+}
+
+// A module's value type: a class whose own isA() is null while nobody registers
+// "KvRxValueType".
+class TestValueType : public KvRxValueType {
+public:
+    static int live;
+    TestValueType(const char16_t* name, const char16_t* parent)
+        : KvRxValueType(name, parent, nonBlittable, 8u, nullptr, nullptr) {
+        ++live;
+    }
+    ~TestValueType() override { --live; }
+    bool equalTo(const void*, const void*) const override { return false; }
+
+private:
+    struct Plain : IKvRxNonBlittableType {
+        void construct(void*, const void*) const override {}
+        void assign(void*, const void*) const override {}
+        void destruct(void*) const override {}
+    };
+    static Plain nonBlittable;
+};
+int TestValueType::live = 0;
+TestValueType::Plain TestValueType::nonBlittable;
+
+TEST_F(ClassTree, ClassesWithoutAClassOfTheirOwnAreClassesAllTheSame) {
+    lumtest::FakeHost host;
+    RecordingCrashRecorder recorder;
+    std::unique_ptr<KvRxDynLoadModuleProxy> proxy(KvRxDynLoadModuleProxy::makeProxy(nullptr));
+    proxy->setModuleName(u"/opt/mods/values.krx");
+    host.runtime.current = proxy.get();
+    proxy->setInitialising(true);
+    // Children first; a plain class below a value type, too.
+    KvRxClass* plain = newKvRxClass(u"TestVtPlain", u"TestVtChild");
+    auto* child = new TestValueType(u"TestVtChild", u"TestVtParent");
+    auto* parent = new TestValueType(u"TestVtParent", u"OvRxObject");
+    proxy->setInitialising(false);
+    ASSERT_EQ(parent->isA(), nullptr);
+
+    EXPECT_EQ(kvrxFindKvRxClass(u"testvtparent"), parent);
+    kvrxBuildClassHierarchy();
+    EXPECT_TRUE(recorder.lines.empty()) << "no parent is missing";
+    EXPECT_EQ(parent->myParent(), KvRxObject::desc());
+    EXPECT_EQ(child->myParent(), parent);
+    EXPECT_EQ(plain->myParent(), child);
+    EXPECT_TRUE(plain->isDerivedFrom(parent));
+
+    // The module's unload takes its classes' owner away.
+    EXPECT_EQ(KvRxClassState::of(child)->module(), proxy.get());
+    KvRxClassState::disownClassesOf(proxy.get());
+    EXPECT_EQ(KvRxClassState::of(child)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(plain)->module(), nullptr);
+
+    // With "KvRxValueType" registered but not yet linked, one pass links a value type
+    // that sorts before it.
+    if (!kvrxFindKvRxClass(u"KvRxValueType")) newKvRxClass(u"KvRxValueType", u"OvRxClass");
+    auto* early = new TestValueType(u"AaTestVtEarly", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(early->myParent(), KvRxObject::desc());
+
+    for (KvRxClass* c : {plain, static_cast<KvRxClass*>(early), static_cast<KvRxClass*>(child),
+                         static_cast<KvRxClass*>(parent)})
+        deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(TestValueType::live, 0);
+    EXPECT_TRUE(recorder.faults.empty());
 }
 
 }  // namespace

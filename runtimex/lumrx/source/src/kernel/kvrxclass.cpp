@@ -124,7 +124,7 @@ void kvrxBuildClassHierarchy() {
     // The walk order doesn't matter: a parent need only be registered, not linked.
     std::unique_ptr<KvRxDictionaryIterator> it(g->classDictionary->newIterator(kDictSorted));
     for (; !it->done(); it->next())
-        if (KvRxClass* c = KvRxClass::cast(it->object())) KvRxClassState::of(c)->link();
+        KvRxClassState::of(kvrxClassValue(it->object()))->link();
 }
 
 int kvrxQueueClassForInitialization(KvRxClass*) { return 0; }

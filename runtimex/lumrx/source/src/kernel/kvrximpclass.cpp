@@ -146,8 +146,7 @@ void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newVal
     if (!m_children) return;
     std::unique_ptr<KvRxIterator> it(m_children->newIterator());
     for (; !it->done(); it->next())
-        if (KvRxClass* child = KvRxClass::cast(it->object()))
-            of(child)->copyDown(protocolClass, newValue, oldValue);
+        of(kvrxClassValue(it->object()))->copyDown(protocolClass, newValue, oldValue);
 }
 
 // Linking: the parent's extensions, each as both new and old value so that what this
@@ -224,7 +223,7 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 void KvRxClassState::link() {
     if (!m_parentName) return;
     KvRxDictionary* classes = classDictionary();
-    KvRxClass* parent = classes ? KvRxClass::cast(classes->at(m_parentName)) : nullptr;
+    KvRxClass* parent = classes ? kvrxClassValue(classes->at(m_parentName)) : nullptr;
     // A parent that is this class or below it would close a loop in the tree.
     if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
     if (!parent) {
@@ -246,8 +245,7 @@ void KvRxClassState::recordChildrenLine() const {
     unsigned used = 0;
     KvRxIterator* it = m_children->newIterator();
     for (; !it->done(); it->next()) {
-        const KvRxClass* child = KvRxClass::cast(it->object());
-        const char16_t* name = child ? child->name() : u"";
+        const char16_t* name = kvrxClassValue(it->object())->name();
         unsigned n = LumCharOp::length(name);
         if (used + n + 2 > kSubClassNamesSize) break;
         LumCharOp::copy(names + used, name, n);
@@ -276,8 +274,8 @@ void KvRxClassState::leaveProtocolMaps() {
     if (!classes) return;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
     for (; !it->done(); it->next()) {
-        KvRxClass* c = KvRxClass::cast(it->object());
-        if (c && of(c)->m_peMap) of(c)->m_peMap->remove(m_rxClass);
+        KvRxClassState* state = of(kvrxClassValue(it->object()));
+        if (state->m_peMap) state->m_peMap->remove(m_rxClass);
     }
 }
 
@@ -286,8 +284,8 @@ void KvRxClassState::disownClassesOf(const KvRxDynLoadModuleProxy* module) {
     if (!classes) return;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
     for (; !it->done(); it->next()) {
-        KvRxClassState* state = of(KvRxClass::cast(it->object()));
-        if (state && state->m_module == module) state->m_module = nullptr;
+        KvRxClassState* state = of(kvrxClassValue(it->object()));
+        if (state->m_module == module) state->m_module = nullptr;
     }
 }
 

@@ -21,6 +21,12 @@ class KvRxDynLoadModuleProxy;
 class KvRxPEClassMap;
 class KvRxPEClassMapImp;
 
+// A value of the class dictionary or of a class's children. Every such value is a
+// class, whatever its own isA() gives: a class derived from KvRxClass, such as a
+// module's value type, may have no run-time class of its own, so KvRxClass::cast
+// would take it for none.
+inline KvRxClass* kvrxClassValue(KvRxObject* value) { return static_cast<KvRxClass*>(value); }
+
 class KvRxClassState final : public KvRxImpClass {
 public:
     // What a registration hands over; texts are copied.

@@ -126,7 +126,7 @@ KvRxDictionary* kvrxSysRegistry() { return gInstance ? gInstance->systemRegistry
 
 KvRxClass* kvrxFindKvRxClass(const char16_t* name) {
     if (!name || !*name || !gInstance) return nullptr;
-    return KvRxClass::cast(gInstance->classDictionary->at(name));
+    return kvrxClassValue(gInstance->classDictionary->at(name));
 }
 
 void InitializeKvRxSystem() {
@@ -184,8 +184,7 @@ void UninitializeKvRxSystem() {
     // Everything left is doomed in name order and goes with the checks off, since the
     // whole tree goes at once.
     KvRxDictionaryIterator* it = classes->newIterator(kDictSorted);
-    for (; !it->done(); it->next())
-        if (KvRxClass* c = KvRxClass::cast(it->object())) deleteKvRxClass(c);
+    for (; !it->done(); it->next()) deleteKvRxClass(kvrxClassValue(it->object()));
     // Classes whose checked destruction failed earlier are out of the dictionary; they
     // go in this walk too.
     KvRxClassState::doomAbandonedClasses();

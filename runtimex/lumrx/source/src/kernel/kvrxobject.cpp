@@ -1,5 +1,6 @@
 #include "kvrxobject.h"
 
+#include "kernel/kvrximpclass.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxclass.h"
 #include "kvrxdictionary.h"
@@ -56,7 +57,7 @@ KvRxClass* kvrxDescDirect(KvRxClass*& gpDesc, const char16_t* registeredName) {
     // The class dictionary is the one the system registry holds as "ClassDictionary";
     // it is read from the instance so that this works before the tree is linked.
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    gpDesc = g ? KvRxClass::cast(g->classDictionary->at(registeredName)) : nullptr;
+    gpDesc = g ? kvrxClassValue(g->classDictionary->at(registeredName)) : nullptr;
     return gpDesc;
 }
 

@@ -49,8 +49,8 @@ bool forEachClassBelow(const KvRxClass* target, Visit visit) {
     if (!classes) return false;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator());
     for (; !it->done(); it->next()) {
-        KvRxClass* c = KvRxClass::cast(it->object());
-        if (c && c->isDerivedFrom(target)) visit(KvRxClassState::of(c));
+        KvRxClass* c = kvrxClassValue(it->object());
+        if (c->isDerivedFrom(target)) visit(KvRxClassState::of(c));
     }
     return true;
 }
