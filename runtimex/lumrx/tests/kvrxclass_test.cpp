@@ -3,6 +3,7 @@
 #include "kernel/kvrximpclass.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxdynloadmoduleproxy.h"
+#include "kvrxvalue.h"
 #include "testsupport.h"
 
 #include <memory>
@@ -64,7 +65,7 @@ protected:
     }
     static KvRxImpClass* imp(KvRxClass* c) { return KvRxImpClass::getImplRxClass(c); }
     // Destroys what the test doomed, with the order checks on.
-    void TearDown() override { KvRxImpClass::destroyDoomedRxClasses(true); }
+    void TearDown() override { KvRxClassState::destroyDoomedRxClasses(true); }
 };
 
 TEST_F(ClassTree, BoilerplateCastAndKindFollowTheRegisteredTree) {
@@ -140,11 +141,11 @@ TEST_F(ClassTree, RegistrationRefusesEmptyAndTakenNames) {
     EXPECT_EQ(newKvRxClass(u"", u"OvRxObject"), nullptr);
 
     KvRxClass* first = newKvRxClass(u"TestTaken", u"OvRxObject", 3);
-    unsigned id = KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken");
+    unsigned id = KvRxModuleGlobalImp::instance()->classDictionary->idAt(u"TestTaken");
     EXPECT_LUM_THROW(newKvRxClass(u"testTAKEN", u"OvRxObject"),
                      "Try to regist a rxclass which is already registed!!");
     EXPECT_EQ(kvrxFindKvRxClass(u"TestTaken"), first);
-    EXPECT_EQ(KvRxModuleGlobal::GetInstance()->classDictionary->idAt(u"TestTaken"), id);
+    EXPECT_EQ(KvRxModuleGlobalImp::instance()->classDictionary->idAt(u"TestTaken"), id);
     EXPECT_EQ(first->proxyFlags(), 3);
     kvrxBuildClassHierarchy();
 }
@@ -209,7 +210,7 @@ TEST_F(ClassTree, ALoopOfParentsIsRefusedAsAWrongOrder) {
     EXPECT_EQ(recorder.lines.size(), 1u);
     deleteKvRxClass(a);
     deleteKvRxClass(b);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_TRUE(recorder.faults.empty());
     EXPECT_EQ(kvrxFindKvRxClass(u"TestLoopB"), nullptr);
 }
@@ -236,7 +237,7 @@ TEST_F(ClassTree, DoomedClassesStayFoundUntilTheWalk) {
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(1), nullptr);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(-1), nullptr);
     EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), c);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
     EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), nullptr);
 }
@@ -248,7 +249,7 @@ TEST_F(ClassTree, ChildrenBeforeParentsGoSilently) {
     kvrxBuildClassHierarchy();
     deleteKvRxClass(kvrxFindKvRxClass(u"TestChildOk"));
     deleteKvRxClass(parent);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_TRUE(recorder.lines.empty());
     EXPECT_TRUE(recorder.faults.empty());
     EXPECT_EQ(kvrxFindKvRxClass(u"TestParentOk"), nullptr);
@@ -265,7 +266,7 @@ TEST_F(ClassTree, AParentBeforeItsChildrenIsRecordedAndTheWalkGoesOn) {
 
     deleteKvRxClass(parent);
     deleteKvRxClass(bystander);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
 
     ASSERT_EQ(recorder.lines.size(), 1u);
     EXPECT_EQ(utf8(recorder.lines[0]),
@@ -295,7 +296,7 @@ TEST_F(ClassTree, SubClassNamesStopBeforeTheBufferEnds) {
     }
     kvrxBuildClassHierarchy();
     deleteKvRxClass(parent);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     ASSERT_EQ(recorder.lines.size(), 1u);
     std::u16string expected = u"ModuleName: , ClassName: TestWide , SubClassNames: ";
     for (int i = 0; i < 6; ++i) expected += names[size_t(i)] + u",";
@@ -318,9 +319,9 @@ TEST_F(ClassTree, ClassesRegisteredDuringAModulesFirstMessageBelongToIt) {
     KvRxClass* hostless = newKvRxClass(u"TestHostless", u"OvRxObject");
     host.withRuntime = true;
 
-    EXPECT_EQ(imp(before)->module(), nullptr);
-    EXPECT_EQ(imp(owned)->module(), proxy.get());
-    EXPECT_EQ(imp(hostless)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(before)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(owned)->module(), proxy.get());
+    EXPECT_EQ(KvRxClassState::of(hostless)->module(), nullptr);
 
     // The module's name appears in the wrong-order line.
     EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
@@ -330,7 +331,7 @@ TEST_F(ClassTree, ClassesRegisteredDuringAModulesFirstMessageBelongToIt) {
               "TestMissingForModule , ClassName: TestOwned !!!");
     newKvRxClass(u"TestMissingForModule", u"OvRxObject");
     kvrxBuildClassHierarchy();
-    imp(owned)->setModule(nullptr);  // the proxy goes before the class
+    KvRxClassState::of(owned)->setModule(nullptr);  // the proxy goes before the class
 }
 
 TEST_F(ClassTree, ContextMenusKeepOnePairPerObject) {
@@ -366,6 +367,72 @@ TEST_F(ClassTree, ContextMenusKeepOnePairPerObject) {
     EXPECT_EQ(object, &b) << "the gap closes";
     EXPECT_EQ(menu, &menuB);
     EXPECT_EQ(impl->numOfObjectContextMenu(), 2);
+}
+
+// A module's value type: a class whose own isA() is null while nobody registers
+// "KvRxValueType".
+class TestValueType : public KvRxValueType {
+public:
+    static int live;
+    TestValueType(const char16_t* name, const char16_t* parent)
+        : KvRxValueType(name, parent, nonBlittable, 8u, nullptr, nullptr) {
+        ++live;
+    }
+    ~TestValueType() override { --live; }
+    bool equalTo(const void*, const void*) const override { return false; }
+
+private:
+    struct Plain : IKvRxNonBlittableType {
+        void construct(void*, const void*) const override {}
+        void assign(void*, const void*) const override {}
+        void destruct(void*) const override {}
+    };
+    static Plain nonBlittable;
+};
+int TestValueType::live = 0;
+TestValueType::Plain TestValueType::nonBlittable;
+
+TEST_F(ClassTree, ClassesWithoutAClassOfTheirOwnAreClassesAllTheSame) {
+    lumtest::FakeHost host;
+    RecordingCrashRecorder recorder;
+    std::unique_ptr<KvRxDynLoadModuleProxy> proxy(KvRxDynLoadModuleProxy::makeProxy(nullptr));
+    proxy->setModuleName(u"/opt/mods/values.krx");
+    host.runtime.current = proxy.get();
+    proxy->setInitialising(true);
+    // Children first; a plain class below a value type, too.
+    KvRxClass* plain = newKvRxClass(u"TestVtPlain", u"TestVtChild");
+    auto* child = new TestValueType(u"TestVtChild", u"TestVtParent");
+    auto* parent = new TestValueType(u"TestVtParent", u"OvRxObject");
+    proxy->setInitialising(false);
+    ASSERT_EQ(parent->isA(), nullptr);
+
+    EXPECT_EQ(kvrxFindKvRxClass(u"testvtparent"), parent);
+    kvrxBuildClassHierarchy();
+    EXPECT_TRUE(recorder.lines.empty()) << "no parent is missing";
+    EXPECT_EQ(parent->myParent(), KvRxObject::desc());
+    EXPECT_EQ(child->myParent(), parent);
+    EXPECT_EQ(plain->myParent(), child);
+    EXPECT_TRUE(plain->isDerivedFrom(parent));
+
+    // The module's unload takes its classes' owner away.
+    EXPECT_EQ(KvRxClassState::of(child)->module(), proxy.get());
+    KvRxClassState::disownClassesOf(proxy.get());
+    EXPECT_EQ(KvRxClassState::of(child)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(plain)->module(), nullptr);
+
+    // With "KvRxValueType" registered but not yet linked, one pass links a value type
+    // that sorts before it.
+    if (!kvrxFindKvRxClass(u"KvRxValueType")) newKvRxClass(u"KvRxValueType", u"OvRxClass");
+    auto* early = new TestValueType(u"AaTestVtEarly", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(early->myParent(), KvRxObject::desc());
+
+    for (KvRxClass* c : {plain, static_cast<KvRxClass*>(early), static_cast<KvRxClass*>(child),
+                         static_cast<KvRxClass*>(parent)})
+        deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(TestValueType::live, 0);
+    EXPECT_TRUE(recorder.faults.empty());
 }
 
 }  // namespace

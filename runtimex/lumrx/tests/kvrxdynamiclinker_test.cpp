@@ -203,13 +203,13 @@ TEST_F(ModuleTest, UnloadTakesTheModulesServicesAndClassOwnership) {
     services()->atPut(u"LinkerTestKernel", &kernels, id);
     KvRxClass* moduleClass = newKvRxClass(u"LinkerTestModuleClass", u"OvRxObject");
     ASSERT_NE(moduleClass, nullptr);
-    KvRxImpClass::getImplRxClass(moduleClass)->setModule(proxy);
+    KvRxClassState::of(moduleClass)->setModule(proxy);
 
     proxy->setLocked(false);
     EXPECT_TRUE(linker()->unloadModule(good.c_str(), false));
     EXPECT_FALSE(services()->has(u"LinkerTestOwned"));
     EXPECT_EQ(services()->remove(u"LinkerTestKernel"), &kernels);
-    EXPECT_EQ(KvRxImpClass::getImplRxClass(moduleClass)->module(), nullptr);
+    EXPECT_EQ(KvRxClassState::of(moduleClass)->module(), nullptr);
     EXPECT_EQ(linker()->findRxModuleProxyByModuleName(good.c_str(), false), nullptr);
 }
 
@@ -220,7 +220,7 @@ TEST_F(ModuleTest, WhatAModuleRegistersInItsFirstMessageIsItsUntilItsUnload) {
     ASSERT_NE(proxy, nullptr);
     KvRxClass* owned = kvrxFindKvRxClass(u"KrxOwnedClass");
     ASSERT_NE(owned, nullptr);
-    EXPECT_EQ(KvRxImpClass::getImplRxClass(owned)->module(), proxy);
+    EXPECT_EQ(KvRxClassState::of(owned)->module(), proxy);
     auto* service = KvRxService::cast(services()->at(u"KrxOwnedService"));
     ASSERT_NE(service, nullptr);
     EXPECT_EQ(service->getSysInfo(), proxy);

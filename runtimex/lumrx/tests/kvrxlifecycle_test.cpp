@@ -3,6 +3,8 @@
 #include "kernel/kvrxmoduleglobal.h"
 #include "testsupport.h"
 
+#include "kvrxvalue.h"
+
 #include <cstdlib>
 
 namespace {
@@ -30,6 +32,28 @@ TEST(RuntimeLifecycle, ShutDownLeavesNothingBehind) {
             bool linked = extra->myParent() == KvRxObject::desc();
             UninitializeKvRxSystem();
             std::exit(linked && !KvRxModuleGlobal::GetInstance() ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+// A class that counts its instances and has no run-time class of its own.
+class CountedValueType : public KvRxValueType {
+public:
+    static int live;
+    explicit CountedValueType(const char16_t* name) : KvRxValueType(name, 8u, nullptr, nullptr) { ++live; }
+    ~CountedValueType() override { --live; }
+    bool equalTo(const void*, const void*) const override { return false; }
+};
+int CountedValueType::live = 0;
+
+TEST(RuntimeLifecycle, ShutDownDestroysClassesWithoutAClassOfTheirOwn) {
+    EXPECT_EXIT(
+        {
+            InitializeKvRxSystem();
+            new CountedValueType(u"TestShutDownValueType");
+            kvrxBuildClassHierarchy();
+            UninitializeKvRxSystem();
+            std::_Exit(CountedValueType::live == 0 ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }

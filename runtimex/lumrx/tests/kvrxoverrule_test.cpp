@@ -68,7 +68,7 @@ protected:
     static void doom(std::initializer_list<KvRxClass*> classes) {
         for (KvRxClass* c : classes) deleteKvRxClass(c);
     }
-    void TearDown() override { KvRxImpClass::destroyDoomedRxClasses(true); }
+    void TearDown() override { KvRxClassState::destroyDoomedRxClasses(true); }
 
     TestOverrule a{cls(u"OvDbObjectOverrule"), 'a'}, b{cls(u"OvDbObjectOverrule"), 'b'};
     TestOverrule c{cls(u"TestObjOverruleDeep"), 'c'}, grip{cls(u"OvDbGripOverrule"), 'g'};

@@ -43,7 +43,7 @@ protected:
     static void doom(std::initializer_list<KvRxClass*> classes) {
         for (KvRxClass* c : classes) deleteKvRxClass(c);
     }
-    void TearDown() override { KvRxImpClass::destroyDoomedRxClasses(true); }
+    void TearDown() override { KvRxClassState::destroyDoomedRxClasses(true); }
 
     Thing x{'X'}, y{'Y'}, z{'Z'}, w{'W'};
 };
@@ -133,7 +133,7 @@ TEST_F(ProtocolExtension, ADestroyedProtocolClassLeavesEveryMap) {
     a->addX(kept, &y);
     b->addX(p, &z);
     deleteKvRxClass(p);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     for (KvRxClass* c : {a, b}) {
         ASSERT_EQ(mapOf(c)->size(), 1u);
         EXPECT_EQ(std::unique_ptr<KvRxGenericMapIterator>(mapOf(c)->newMapIterator())->key(), kept);

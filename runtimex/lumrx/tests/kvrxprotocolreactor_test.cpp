@@ -56,7 +56,7 @@ protected:
             if (own != inherited) delete own;
         }
         for (KvRxClass* c : made) deleteKvRxClass(c);
-        KvRxImpClass::destroyDoomedRxClasses(true);
+        KvRxClassState::destroyDoomedRxClasses(true);
     }
     // The reactors an iterator walks, by key, after a start.
     static std::vector<int> keys(KvRxProtocolReactorIterator* it) {

@@ -147,7 +147,7 @@ TEST_F(ReflectionLink, ValuesLink) {
         EXPECT_EQ(&v.type(), type);
     }
     deleteKvRxClass(type);
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_EQ(KvRxValue::allocate(8), nullptr);
     EXPECT_EQ(&KvRxValue::empty(), nullptr);
 }
@@ -411,7 +411,7 @@ TEST_F(ReflectionLink, DescFindsAClassRegisteredUnderItsNameAndKeepsIt) {
     EXPECT_EQ(KvRxCOMAttribute::cast(&attribute), &attribute);
     deleteKvRxClass(registered);
     EXPECT_EQ(KvRxCOMAttribute::desc(), registered) << "kept without a further look-up";
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
 }
 
 }  // namespace

@@ -17,7 +17,8 @@ class RuntimeRoots : public lumtest::RuntimeTest {};
 TEST_F(RuntimeRoots, RegistryHoldsItsRootsUnderFixedIds) {
     KvRxDictionary* registry = kvrxSysRegistry();
     ASSERT_NE(registry, nullptr);
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    ASSERT_EQ(KvRxModuleGlobal::GetInstance(), KvRxModuleGlobalImp::instance());
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     ASSERT_NE(g, nullptr);
     EXPECT_EQ(registry->at(u"ClassDictionary"), g->classDictionary);
     EXPECT_EQ(registry->idAt(u"ClassDictionary"), 1u);
@@ -80,7 +81,7 @@ TEST_F(RuntimeRoots, StartupClassesAreRegisteredAndLinked) {
     }
     EXPECT_EQ(KvRxObject::desc()->myParent(), nullptr);
     // The class dictionary itself is a KvRxDictionaryImp by its run-time class.
-    EXPECT_TRUE(KvRxModuleGlobal::GetInstance()->classDictionary->isKindOf(KvRxDictionary::desc()));
+    EXPECT_TRUE(KvRxModuleGlobalImp::instance()->classDictionary->isKindOf(KvRxDictionary::desc()));
 }
 
 TEST_F(RuntimeRoots, SecondStartWhileRunningIsFatal) {

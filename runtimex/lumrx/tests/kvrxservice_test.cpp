@@ -15,11 +15,11 @@ namespace {
 
 class Services : public lumtest::RuntimeTest {
 protected:
-    static KvRxDictionary* services() { return KvRxModuleGlobal::GetInstance()->serviceDictionary; }
+    static KvRxDictionary* services() { return KvRxModuleGlobalImp::instance()->serviceDictionary; }
 };
 
 TEST_F(Services, KernelServiceIsOwnedByTheKernelModule) {
-    KvRxKernel* kernel = KvRxModuleGlobal::GetInstance()->kernelService;
+    KvRxKernel* kernel = KvRxModuleGlobalImp::instance()->kernelService;
     ASSERT_NE(kernel, nullptr);
     EXPECT_EQ(services()->at(u"kernelservices"), kernel);
     EXPECT_EQ(kernel->isA(), KvRxKernelServiceImp::desc());
@@ -116,7 +116,7 @@ TEST_F(Services, DependenciesHoldTheOwningModule) {
 }
 
 TEST_F(Services, KernelMakesCollections) {
-    KvRxKernel* kernel = KvRxModuleGlobal::GetInstance()->kernelService;
+    KvRxKernel* kernel = KvRxModuleGlobalImp::instance()->kernelService;
     KvRxDictionary* filtered = kernel->newDictionary(KvRxService::desc());
     KvRxDictionary* plain = kernel->newDictionary(4u, false, false, true);
     KvRxDictionary* sorted = kernel->newDictionary(true, true);
@@ -171,9 +171,9 @@ TEST(ServiceShutdown, LeftoverServicesAreDeletedOnce) {
     // A process of its own: the runtime is brought down here, under the leak checker.
     lumtest::ensureRuntime();
     kvrxRegisterService(u"Left.Behind");
-    KvRxKernel* kernel = KvRxModuleGlobal::GetInstance()->kernelService;
+    KvRxKernel* kernel = KvRxModuleGlobalImp::instance()->kernelService;
     // A kernel service taken off the dictionary is still deleted, once.
-    KvRxModuleGlobal::GetInstance()->serviceDictionary->remove(u"KernelServices");
+    KvRxModuleGlobalImp::instance()->serviceDictionary->remove(u"KernelServices");
     EXPECT_NE(kernel, nullptr);
 }
 

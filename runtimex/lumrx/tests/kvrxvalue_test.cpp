@@ -44,7 +44,7 @@ protected:
     }
     void TearDown() override {
         for (KvRxClass* c : made) deleteKvRxClass(c);
-        KvRxImpClass::destroyDoomedRxClasses(true);
+        KvRxClassState::destroyDoomedRxClasses(true);
     }
     std::vector<KvRxClass*> made;
 };

@@ -1,7 +1,9 @@
-# The installed SDK: install into a temporary prefix and build the out-of-tree module
-# example against it (scripts/sdk_install_test.sh).
+# The installed SDK: install into a temporary prefix, build the out-of-tree module
+# example and the implementation check module (sdkcheck/) against it
+# (scripts/sdk_install_test.sh).
 add_test(NAME sdk.install_and_build_module
   COMMAND bash ${CMAKE_CURRENT_LIST_DIR}/scripts/sdk_install_test.sh
     ${CMAKE_COMMAND} ${CMAKE_GENERATOR} ${CMAKE_MAKE_PROGRAM} ${CMAKE_CXX_COMPILER}
-    ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/examples/outoftree)
+    ${PROJECT_BINARY_DIR} ${PROJECT_SOURCE_DIR}/examples/outoftree
+    ${CMAKE_CURRENT_LIST_DIR}/sdkcheck)
 set_tests_properties(sdk.install_and_build_module PROPERTIES TIMEOUT 300)

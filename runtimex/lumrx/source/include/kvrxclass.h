@@ -11,7 +11,9 @@
 class KvRxImpClass;
 class KvRxMemberCollection;
 class KvRxMemberCollectionBuilder;
+class KvRxPEClassMap;
 class KvRxSet;
+struct KvRxOverruleNode;
 
 typedef KvRxObject* (*KvRxPseudoConstructor)();
 typedef void (*KvRxAppNameCallback)(const KvRxClass*, char16_t*&, int);
@@ -69,6 +71,7 @@ protected:
 
 private:
     friend class KvRxImpClass;
+    friend class KvRxClassState;
     KvRxClass();
     KvRxImpClass* m_impl;  // owned
 };
@@ -105,6 +108,59 @@ KvRxClass* newKvRxClassWithFeature(const char16_t* name, const char16_t* parentN
                                    KvRxAppNameCallback appNameCallback,
                                    KvRxMemberBuilder memberBuilder, void* memberBuilderData,
                                    unsigned int feature);
+
+// The implementation object of a class: what KvRxClass forwards to, and the way to a
+// class's overrule lists and protocol-extension map. Its state stays inside the
+// runtime; only the runtime makes one, when a class registers, and the class owns it.
+class KvRxImpClass : public KvBaseClassWithNew {
+public:
+    // The implementation of `aClass`; null for null.
+    static KvRxImpClass* getImplRxClass(KvRxClass* aClass);
+    // The classes doomed since the last walk, in the order they were doomed; null for
+    // an index out of range.
+    static int getDoomedRxClassCount();
+    static const KvRxClass* getDoomedRxClass(int index);
+
+    virtual ~KvRxImpClass();
+    // The operations of KvRxClass of the same names.
+    virtual KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object) = 0;
+    virtual KvRxObject* getX(const KvRxClass* protocolClass) = 0;
+    virtual KvRxObject* delX(KvRxClass* protocolClass) = 0;
+    virtual KvRxObject* queryX(const KvRxClass* protocolClass) = 0;
+    virtual KvRxObject* create() = 0;
+    virtual const char16_t* appName() const = 0;
+    virtual const char16_t* dxfName() const = 0;
+    virtual const char16_t* name() const = 0;
+    virtual void getClassVersion(int& version, int& maintenanceVersion) const = 0;
+    virtual int proxyFlags() const = 0;
+    virtual bool isDerivedFrom(const KvRxClass* other) const = 0;
+    virtual KvRxClass* myParent() const = 0;
+    virtual KvRx::Ordering comparedTo(const KvRxObject* other) const = 0;
+    virtual KvRxAppNameCallback appNameCallbackPtr() const = 0;
+
+    // Context menus of objects of the class: pairs of object and menu, in order of
+    // addition, one per object; neither is owned. Adding a null or present object and
+    // removing an absent one give false. An index out of range gives null object and
+    // menu.
+    bool addObjectContextMenu(const KvRxObject* object, const void* menu);
+    bool removeObjectContextMenu(const KvRxObject* object);
+    int numOfObjectContextMenu() const;
+    void getObjectContextMenuAt(int index, KvRxObject*& object, void** menu) const;
+
+    // The first node of the class's list of overrule family `family` (0 to 11, see
+    // kvrxoverrule.h), or null; follow `next` for the rest. The nodes stay the class's.
+    KvRxOverruleNode* overruleHead(int family) const;
+    // The class's protocol extensions, own and inherited, by protocol class; null until
+    // the class first used one. The map stays the class's.
+    KvRxPEClassMap* protocolMap() const;
+
+    KvRxImpClass(const KvRxImpClass&) = delete;
+    KvRxImpClass& operator=(const KvRxImpClass&) = delete;
+
+private:
+    friend class KvRxClassState;
+    KvRxImpClass() = default;
+};
 
 // Dooms a class (null does nothing); it stays registered until the next walk.
 void deleteKvRxClass(KvRxClass* aClass);

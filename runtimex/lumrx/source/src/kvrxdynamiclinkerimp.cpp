@@ -62,13 +62,7 @@ void recordModuleEvent(const char16_t* moduleName, const char16_t* event) {
 
 // The classes that module `proxy` owns lose their owner.
 void disownClassesOf(KvRxDynLoadModuleProxy* proxy) {
-    auto* classes = KvRxDictionary::cast(kvrxSysRegistry()->at(u"ClassDictionary"));
-    KvRxDictionaryIterator* it = classes->newIterator(kDictById);
-    for (; !it->done(); it->next()) {
-        KvRxImpClass* imp = KvRxImpClass::getImplRxClass(KvRxClass::cast(it->object()));
-        if (imp && imp->module() == proxy) imp->setModule(nullptr);
-    }
-    delete it;
+    KvRxClassState::disownClassesOf(proxy);
 }
 
 // The product name of the messages that name it.
@@ -460,7 +454,7 @@ bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* 
         if (KvDbHostRuntime* runtime = kvrxHostRuntime()) runtime->nonMdiModulesGone();
         gNonMdiUnloadPending = false;
     }
-    if (--unloadDepth == 0) KvRxImpClass::destroyDoomedRxClasses(true);
+    if (--unloadDepth == 0) KvRxClassState::destroyDoomedRxClasses(true);
     return true;
 }
 

@@ -1,11 +1,13 @@
 #!/usr/bin/env bash
 # The installed SDK: installs the build tree into a temporary prefix, then configures and
 # builds the out-of-tree module example against it with find_package(LumRx), checks what
-# comes out, and has the installed lumrx-host load and unload it. Usage:
-#   sdk_install_test.sh CMAKE GENERATOR MAKE_PROGRAM CXX BUILD_DIR EXAMPLE_DIR
+# comes out, and has the installed lumrx-host load and unload it; then builds the check
+# module, which calls the implementation operations given to modules, and has the host
+# load it. Usage:
+#   sdk_install_test.sh CMAKE GENERATOR MAKE_PROGRAM CXX BUILD_DIR EXAMPLE_DIR CHECK_DIR
 # Prints what failed and exits 1 at the first fault.
 set -u
-cmake=$1 generator=$2 make_program=$3 cxx=$4 build=$5 example=$6
+cmake=$1 generator=$2 make_program=$3 cxx=$4 build=$5 example=$6 check=$7
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 prefix=$work/prefix
@@ -61,4 +63,17 @@ for line in 'hello: initialised, class HelloThing registered' 'loaded hello\.krx
     grep -qxE -- "$line" "$work/host.txt" || fail "no line '$line' from lumrx-host: $(cat "$work/host.txt")"
 done
 grep -q "^[0-9-]* [0-9:]* krx $krx load success\$" "$work/crash.txt" || fail "no load line in the crash record"
+
+# The implementation operations, called by a module through the installed headers alone.
+"$cmake" -S "$check" -B "$work/check" -G "$generator" -DCMAKE_MAKE_PROGRAM="$make_program" \
+    -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_PREFIX_PATH="$prefix" -DCMAKE_BUILD_TYPE=Debug \
+    >"$work/check-configure.log" 2>&1 || fail "configure the check: $(cat "$work/check-configure.log")"
+"$cmake" --build "$work/check" >"$work/check-build.log" 2>&1 ||
+    fail "build the check: $(cat "$work/check-build.log")"
+printf 'load %s\nunload sdkcheck.krx\n' "$work/check/sdkcheck.krx" >"$work/check.lumrx"
+"$prefix/bin/lumrx-host" --crash-record "$work/check-crash.txt" "$work/check.lumrx" \
+    >"$work/check.txt" 2>&1 || fail "lumrx-host with the check: $(cat "$work/check.txt")"
+grep -q 'FAILED' "$work/check.txt" && fail "a check failed: $(cat "$work/check.txt")"
+grep -qx 'sdkcheck: 0 failed' "$work/check.txt" || fail "the check didn't run: $(cat "$work/check.txt")"
+grep -qx 'loaded sdkcheck\.krx' "$work/check.txt" || fail "sdkcheck.krx didn't load: $(cat "$work/check.txt")"
 exit 0

@@ -12,12 +12,12 @@ KvRxClass::KvRxClass() : m_impl(nullptr) {}
 KvRxClass::KvRxClass(const char16_t* name, const char16_t* parentName,
                      KvRxMemberBuilder memberBuilder, void* memberBuilderData)
     : m_impl(nullptr) {
-    KvRxImpClass::Registration r;
+    KvRxClassState::Registration r;
     r.name = name;
     r.parentName = parentName;
     r.memberBuilder = memberBuilder;
     r.memberBuilderData = memberBuilderData;
-    KvRxImpClass::registerClass(r, this);
+    KvRxClassState::registerClass(r, this);
 }
 
 KvRxClass::~KvRxClass() { delete m_impl; }
@@ -100,7 +100,7 @@ KvRxClass* newKvRxClassWithFeature(const char16_t* name, const char16_t* parentN
                                    KvRxAppNameCallback appNameCallback,
                                    KvRxMemberBuilder memberBuilder, void* memberBuilderData,
                                    unsigned int feature) {
-    KvRxImpClass::Registration r;
+    KvRxClassState::Registration r;
     r.name = name;
     r.parentName = parentName;
     r.version = version;
@@ -113,18 +113,18 @@ KvRxClass* newKvRxClassWithFeature(const char16_t* name, const char16_t* parentN
     r.appNameCallback = appNameCallback;
     r.memberBuilder = memberBuilder;
     r.memberBuilderData = memberBuilderData;
-    return KvRxImpClass::registerClass(r, nullptr);
+    return KvRxClassState::registerClass(r, nullptr);
 }
 
-void deleteKvRxClass(KvRxClass* aClass) { KvRxImpClass::doom(aClass); }
+void deleteKvRxClass(KvRxClass* aClass) { KvRxClassState::doom(aClass); }
 
 void kvrxBuildClassHierarchy() {
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     if (!g) return;
     // The walk order doesn't matter: a parent need only be registered, not linked.
     std::unique_ptr<KvRxDictionaryIterator> it(g->classDictionary->newIterator(kDictSorted));
     for (; !it->done(); it->next())
-        if (KvRxClass* c = KvRxClass::cast(it->object())) KvRxImpClass::getImplRxClass(c)->link();
+        KvRxClassState::of(kvrxClassValue(it->object()))->link();
 }
 
 int kvrxQueueClassForInitialization(KvRxClass*) { return 0; }

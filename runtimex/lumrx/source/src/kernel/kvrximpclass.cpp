@@ -21,7 +21,7 @@ bool gCheckOrder = true;
 const unsigned kSubClassNamesSize = 260;
 
 KvRxDictionary* classDictionary() {
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     return g ? g->classDictionary : nullptr;
 }
 
@@ -37,11 +37,11 @@ KvRxObject* nullPseudoConstructor() { return nullptr; }
 
 }  // namespace
 
-KvRxImpClass::KvRxImpClass(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor)
+KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor)
     : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
       m_rxClass(rxClass) {}
 
-bool KvRxImpClass::copyNames(const Registration& r) {
+bool KvRxClassState::copyNames(const Registration& r) {
     m_className = _lumStrdup(r.name);
     m_parentName = _lumStrdup(r.parentName);
     m_dxfName = _lumStrdup(r.dxfName);
@@ -50,14 +50,14 @@ bool KvRxImpClass::copyNames(const Registration& r) {
            (m_appName || !r.appName);
 }
 
-KvRxClass* KvRxImpClass::registerClass(const Registration& r, KvRxClass* rxClass) {
+KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxClass) {
     KvRxDictionary* classes = classDictionary();
     if (!r.name || !*r.name || !classes) return nullptr;
 
     bool made = rxClass == nullptr;
     if (made) rxClass = new KvRxClass();
-    void* block = _lumMalloc(sizeof(KvRxImpClass));
-    KvRxImpClass* impl = block ? ::new (block) KvRxImpClass(rxClass, r.pseudoConstructor) : nullptr;
+    void* block = _lumMalloc(sizeof(KvRxClassState));
+    KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
     if (impl && !impl->copyNames(r)) {
         delete impl;
         impl = nullptr;
@@ -91,7 +91,7 @@ KvRxClass* KvRxImpClass::registerClass(const Registration& r, KvRxClass* rxClass
     return rxClass;
 }
 
-KvRxImpClass::~KvRxImpClass() {
+KvRxClassState::~KvRxClassState() {
     delete m_children;
     delete m_peMap;
     freeOverruleNodes();
@@ -102,52 +102,57 @@ KvRxImpClass::~KvRxImpClass() {
     delete m_contextMenus;
 }
 
-KvRxPEClassMapImp* KvRxImpClass::peMap() {
+KvRxPEClassMapImp* KvRxClassState::peMap() {
     if (!m_peMap) m_peMap = new KvRxPEClassMapImp();
     return m_peMap;
 }
 
-KvRxPEClassMap* KvRxImpClass::protocolMap() const { return m_peMap; }
+KvRxPEClassMap* KvRxImpClass::protocolMap() const {
+    return static_cast<const KvRxClassState*>(this)->m_peMap;
+}
 
-KvRxObject* KvRxImpClass::addX(KvRxClass* protocolClass, KvRxObject* object) {
+KvRxOverruleNode* KvRxImpClass::overruleHead(int family) const {
+    return static_cast<const KvRxClassState*>(this)->m_overruleHeads[family];
+}
+
+KvRxObject* KvRxClassState::addX(KvRxClass* protocolClass, KvRxObject* object) {
     if (!protocolClass) return nullptr;
     KvRxObject* value = object;
-    if (!object && m_parent) value = m_parent->m_impl->queryX(protocolClass);
+    if (!object && m_parent) value = of(m_parent)->queryX(protocolClass);
     KvRxObject* old = peMap()->at(protocolClass);
     copyDown(protocolClass, value, old);
     return old;
 }
 
-KvRxObject* KvRxImpClass::getX(const KvRxClass* protocolClass) { return queryX(protocolClass); }
+KvRxObject* KvRxClassState::getX(const KvRxClass* protocolClass) { return queryX(protocolClass); }
 
-KvRxObject* KvRxImpClass::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
+KvRxObject* KvRxClassState::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
 
-KvRxObject* KvRxImpClass::queryX(const KvRxClass* protocolClass) {
+KvRxObject* KvRxClassState::queryX(const KvRxClass* protocolClass) {
     return protocolClass ? peMap()->at(protocolClass) : nullptr;
 }
 
-void KvRxImpClass::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
+void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
                             KvRxObject* oldValue) {
     KvRxPEClassMapImp::Nodes& nodes = peMap()->nodes();
     auto entry = nodes.find(protocolClass);
     bool ownValue = entry != nodes.end() && entry->second && entry->second != oldValue;
     // A class with a value of its own shields itself, but not the classes below it.
     if (!ownValue) {
-        protocolClass->m_impl->m_usedAsProtocol = true;
+        of(protocolClass)->m_usedAsProtocol = true;
         if (entry != nodes.end()) entry->second = newValue;
         else nodes.emplace(protocolClass, newValue);
     }
     if (!m_children) return;
     std::unique_ptr<KvRxIterator> it(m_children->newIterator());
     for (; !it->done(); it->next())
-        if (KvRxClass* child = KvRxClass::cast(it->object()))
-            child->m_impl->copyDown(protocolClass, newValue, oldValue);
+        of(kvrxClassValue(it->object()))->copyDown(protocolClass, newValue, oldValue);
 }
 
 // Linking: the parent's extensions, each as both new and old value so that what this
 // class attached before stays; and the first overrule of each of the parent's lists
 // where this class has none.
-void KvRxImpClass::inheritFrom(const KvRxImpClass* parent) {
+void KvRxClassState::inheritFrom(const KvRxClassState* parent) {
     if (parent->m_peMap) {
         // Keys are classes: only the copy-down stores them.
         for (const auto& entry : parent->m_peMap->nodes())
@@ -159,14 +164,14 @@ void KvRxImpClass::inheritFrom(const KvRxImpClass* parent) {
     }
 }
 
-void KvRxImpClass::addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd) {
+void KvRxClassState::addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd) {
     KvRxOverruleNode** link = &m_overruleHeads[family];
     if (atEnd)
         while (*link) link = &(*link)->next;
     *link = new KvRxOverruleNode{overrule, *link};
 }
 
-bool KvRxImpClass::removeOverruleNode(int family, KvRxOverrule* overrule) {
+bool KvRxClassState::removeOverruleNode(int family, KvRxOverrule* overrule) {
     for (KvRxOverruleNode** link = &m_overruleHeads[family]; *link; link = &(*link)->next) {
         if ((*link)->overrule == overrule) {
             KvRxOverruleNode* gone = *link;
@@ -178,7 +183,7 @@ bool KvRxImpClass::removeOverruleNode(int family, KvRxOverrule* overrule) {
     return false;
 }
 
-void KvRxImpClass::freeOverruleNodes() {
+void KvRxClassState::freeOverruleNodes() {
     for (KvRxOverruleNode*& head : m_overruleHeads) {
         while (KvRxOverruleNode* gone = head) {
             head = gone->next;
@@ -187,21 +192,21 @@ void KvRxImpClass::freeOverruleNodes() {
     }
 }
 
-KvRxObject* KvRxImpClass::create() { return m_pseudoConstructor(); }
+KvRxObject* KvRxClassState::create() { return m_pseudoConstructor(); }
 
-void KvRxImpClass::getClassVersion(int& version, int& maintenanceVersion) const {
+void KvRxClassState::getClassVersion(int& version, int& maintenanceVersion) const {
     version = m_version;
     maintenanceVersion = m_maintenanceVersion;
 }
 
-bool KvRxImpClass::isDerivedFrom(const KvRxClass* other) const {
+bool KvRxClassState::isDerivedFrom(const KvRxClass* other) const {
     if (!other) return false;
-    for (const KvRxClass* c = m_rxClass; c; c = c->m_impl->m_parent)
+    for (const KvRxClass* c = m_rxClass; c; c = of(c)->m_parent)
         if (c == other) return true;
     return false;
 }
 
-KvRx::Ordering KvRxImpClass::comparedTo(const KvRxObject* other) const {
+KvRx::Ordering KvRxClassState::comparedTo(const KvRxObject* other) const {
     if (!other) return KvRx::kNotOrderable;
     if (other == m_rxClass) return KvRx::kEqual;
     const KvRxClass* otherClass = KvRxClass::cast(other);
@@ -210,15 +215,15 @@ KvRx::Ordering KvRxImpClass::comparedTo(const KvRxObject* other) const {
     return mine.comparedTo(&theirs);
 }
 
-const char16_t* KvRxImpClass::moduleNameForRecord() const {
+const char16_t* KvRxClassState::moduleNameForRecord() const {
     const char16_t* name = m_module ? m_module->moduleName() : nullptr;
     return name ? name : u"";
 }
 
-void KvRxImpClass::link() {
+void KvRxClassState::link() {
     if (!m_parentName) return;
     KvRxDictionary* classes = classDictionary();
-    KvRxClass* parent = classes ? KvRxClass::cast(classes->at(m_parentName)) : nullptr;
+    KvRxClass* parent = classes ? kvrxClassValue(classes->at(m_parentName)) : nullptr;
     // A parent that is this class or below it would close a loop in the tree.
     if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
     if (!parent) {
@@ -226,7 +231,7 @@ void KvRxImpClass::link() {
                        moduleNameForRecord(), m_parentName, m_className);
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
-    KvRxImpClass* parentImpl = parent->m_impl;
+    KvRxClassState* parentImpl = of(parent);
     if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
     parentImpl->m_children->append(m_rxClass);
     m_parent = parent;
@@ -235,13 +240,12 @@ void KvRxImpClass::link() {
     m_parentName = nullptr;
 }
 
-void KvRxImpClass::recordChildrenLine() const {
+void KvRxClassState::recordChildrenLine() const {
     char16_t names[kSubClassNamesSize] = {};
     unsigned used = 0;
     KvRxIterator* it = m_children->newIterator();
     for (; !it->done(); it->next()) {
-        const KvRxClass* child = KvRxClass::cast(it->object());
-        const char16_t* name = child ? child->name() : u"";
+        const char16_t* name = kvrxClassValue(it->object())->name();
         unsigned n = LumCharOp::length(name);
         if (used + n + 2 > kSubClassNamesSize) break;
         LumCharOp::copy(names + used, name, n);
@@ -254,30 +258,46 @@ void KvRxImpClass::recordChildrenLine() const {
                    m_className ? m_className : u"", names);
 }
 
-void KvRxImpClass::checkedDetach() {
+void KvRxClassState::checkedDetach() {
     if (m_children && !m_children->isEmpty()) {
         recordChildrenLine();
         KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
     }
-    if (m_parent && m_parent->m_impl->m_children) {
-        if (!m_parent->m_impl->m_children->remove(m_rxClass))
+    if (m_parent && of(m_parent)->m_children) {
+        if (!of(m_parent)->m_children->remove(m_rxClass))
             KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
     }
 }
 
-void KvRxImpClass::leaveProtocolMaps() {
+void KvRxClassState::leaveProtocolMaps() {
     KvRxDictionary* classes = classDictionary();
     if (!classes) return;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
     for (; !it->done(); it->next()) {
-        KvRxClass* c = KvRxClass::cast(it->object());
-        if (c && c->m_impl->m_peMap) c->m_impl->m_peMap->remove(m_rxClass);
+        KvRxClassState* state = of(kvrxClassValue(it->object()));
+        if (state->m_peMap) state->m_peMap->remove(m_rxClass);
     }
+}
+
+void KvRxClassState::disownClassesOf(const KvRxDynLoadModuleProxy* module) {
+    KvRxDictionary* classes = classDictionary();
+    if (!classes) return;
+    std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
+    for (; !it->done(); it->next()) {
+        KvRxClassState* state = of(kvrxClassValue(it->object()));
+        if (state->m_module == module) state->m_module = nullptr;
+    }
+}
+
+KvRxClassState* KvRxClassState::of(const KvRxClass* aClass) {
+    return aClass ? static_cast<KvRxClassState*>(aClass->m_impl) : nullptr;
 }
 
 KvRxImpClass* KvRxImpClass::getImplRxClass(KvRxClass* aClass) {
     return aClass ? aClass->m_impl : nullptr;
 }
+
+KvRxImpClass::~KvRxImpClass() = default;
 
 int KvRxImpClass::getDoomedRxClassCount() { return gDoomedClasses.length(); }
 
@@ -285,16 +305,16 @@ const KvRxClass* KvRxImpClass::getDoomedRxClass(int index) {
     return unsigned(index) < unsigned(gDoomedClasses.length()) ? gDoomedClasses[index] : nullptr;
 }
 
-void KvRxImpClass::doom(KvRxClass* aClass) {
+void KvRxClassState::doom(KvRxClass* aClass) {
     if (aClass) gDoomedClasses.append(aClass);
 }
 
-void KvRxImpClass::doomAbandonedClasses() {
+void KvRxClassState::doomAbandonedClasses() {
     for (int i = 0; i < gAbandonedClasses.length(); ++i) gDoomedClasses.append(gAbandonedClasses[i]);
     gAbandonedClasses.removeAll();
 }
 
-void KvRxImpClass::destroyDoomedRxClasses(bool checkOrder) {
+void KvRxClassState::destroyDoomedRxClasses(bool checkOrder) {
     bool saved = gCheckOrder;
     gCheckOrder = checkOrder;
     for (int i = 0; i < gDoomedClasses.length(); ++i) destroyGuarded(gDoomedClasses[i]);
@@ -302,7 +322,7 @@ void KvRxImpClass::destroyDoomedRxClasses(bool checkOrder) {
     gCheckOrder = saved;
 }
 
-void KvRxImpClass::destroyGuarded(KvRxClass* aClass) {
+void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
     static const char16_t kFaultText[] =
         u"Exception(SE) has happend in destroyDoomedRxClasses function.";
     try {
@@ -311,8 +331,8 @@ void KvRxImpClass::destroyGuarded(KvRxClass* aClass) {
         // it was abandoned keeps its place.
         if (classes && classes->at(aClass->name()) == aClass) classes->remove(aClass->name());
         if (gCheckOrder) {
-            aClass->m_impl->checkedDetach();
-            if (aClass->m_impl->m_usedAsProtocol) aClass->m_impl->leaveProtocolMaps();
+            of(aClass)->checkedDetach();
+            if (of(aClass)->m_usedAsProtocol) of(aClass)->leaveProtocolMaps();
         }
         delete aClass;
         return;
@@ -325,47 +345,53 @@ void KvRxImpClass::destroyGuarded(KvRxClass* aClass) {
     gAbandonedClasses.append(aClass);
 }
 
-void KvRxImpClass::recordFault(unsigned code, const void* data, const char16_t* text, int line) {
+void KvRxClassState::recordFault(unsigned code, const void* data, const char16_t* text, int line) {
     if (LumCrashRecorder* recorder = kvrxCrashRecorder()) {
         recorder->recordFault(code, data, text, line);
         recorder->flushRecord();
     }
 }
 
-int KvRxImpClass::findContextMenu(const KvRxObject* object) const {
+int KvRxClassState::findContextMenu(const KvRxObject* object) const {
     if (!m_contextMenus) return -1;
     for (int i = 0; i < m_contextMenus->length(); ++i)
         if (m_contextMenus->at(i).object == object) return i;
     return -1;
 }
 
+// The context menus are the state's; these reach them through the one implementation.
 bool KvRxImpClass::addObjectContextMenu(const KvRxObject* object, const void* menu) {
-    if (!object || findContextMenu(object) >= 0) return false;
-    if (!m_contextMenus) {
-        m_contextMenus = new LumVector<ContextMenu>();
-        m_contextMenus->reserve(2);
-        m_contextMenus->setGrowLength(4);
+    auto* self = static_cast<KvRxClassState*>(this);
+    if (!object || self->findContextMenu(object) >= 0) return false;
+    LumVector<KvRxClassState::ContextMenu>*& menus = self->m_contextMenus;
+    if (!menus) {
+        menus = new LumVector<KvRxClassState::ContextMenu>();
+        menus->reserve(2);
+        menus->setGrowLength(4);
     }
-    m_contextMenus->append(ContextMenu{object, menu});
+    menus->append(KvRxClassState::ContextMenu{object, menu});
     return true;
 }
 
 bool KvRxImpClass::removeObjectContextMenu(const KvRxObject* object) {
-    int index = object ? findContextMenu(object) : -1;
+    auto* self = static_cast<KvRxClassState*>(this);
+    int index = object ? self->findContextMenu(object) : -1;
     if (index < 0) return false;
-    m_contextMenus->removeAt(index);
+    self->m_contextMenus->removeAt(index);
     return true;
 }
 
 int KvRxImpClass::numOfObjectContextMenu() const {
-    return m_contextMenus ? m_contextMenus->length() : 0;
+    const auto* menus = static_cast<const KvRxClassState*>(this)->m_contextMenus;
+    return menus ? menus->length() : 0;
 }
 
 void KvRxImpClass::getObjectContextMenuAt(int index, KvRxObject*& object, void** menu) const {
     object = nullptr;
     if (menu) *menu = nullptr;
-    if (!m_contextMenus || index < 0 || index >= m_contextMenus->length()) return;
-    const ContextMenu& entry = m_contextMenus->at(index);
+    const auto* menus = static_cast<const KvRxClassState*>(this)->m_contextMenus;
+    if (!menus || index < 0 || index >= menus->length()) return;
+    const KvRxClassState::ContextMenu& entry = menus->at(index);
     object = const_cast<KvRxObject*>(entry.object);
     if (menu) *menu = const_cast<void*>(entry.menu);
 }

@@ -1,4 +1,4 @@
-// The state behind a KvRxClass.
+// The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
 // Owned by its KvRxClass. Owns: its copies of the four names (_lumStrdup), its
 // `children` list (not the child classes), its context-menu array (not the objects
@@ -21,7 +21,13 @@ class KvRxDynLoadModuleProxy;
 class KvRxPEClassMap;
 class KvRxPEClassMapImp;
 
-class KvRxImpClass : public KvBaseClassWithNew {
+// A value of the class dictionary or of a class's children. Every such value is a
+// class, whatever its own isA() gives: a class derived from KvRxClass, such as a
+// module's value type, may have no run-time class of its own, so KvRxClass::cast
+// would take it for none.
+inline KvRxClass* kvrxClassValue(KvRxObject* value) { return static_cast<KvRxClass*>(value); }
+
+class KvRxClassState final : public KvRxImpClass {
 public:
     // What a registration hands over; texts are copied.
     struct Registration {
@@ -44,45 +50,39 @@ public:
     // no memory is left; a name that is taken is fatal.
     static KvRxClass* registerClass(const Registration& r, KvRxClass* rxClass);
 
-    virtual ~KvRxImpClass();
+    // The state of `aClass`; null for null.
+    static KvRxClassState* of(const KvRxClass* aClass);
+
+    ~KvRxClassState() override;
     // Attaches `object` for `protocolClass` here and copies it down to every class
     // below that still holds what this class held; gives what this class held. A null
     // `object` brings back the parent's extension. Null for a null protocol class.
-    virtual KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object);
-    virtual KvRxObject* getX(const KvRxClass* protocolClass);
-    virtual KvRxObject* delX(KvRxClass* protocolClass);
+    KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object) override;
+    KvRxObject* getX(const KvRxClass* protocolClass) override;
+    KvRxObject* delX(KvRxClass* protocolClass) override;
     // The extension of this class, own or inherited; null for a null protocol class.
-    virtual KvRxObject* queryX(const KvRxClass* protocolClass);
-    virtual KvRxObject* create();
-    virtual const char16_t* appName() const { return m_appName; }
-    virtual const char16_t* dxfName() const { return m_dxfName; }
-    virtual const char16_t* name() const { return m_className; }
-    virtual void getClassVersion(int& version, int& maintenanceVersion) const;
-    virtual int proxyFlags() const { return m_proxyFlags; }
-    virtual bool isDerivedFrom(const KvRxClass* other) const;
-    virtual KvRxClass* myParent() const { return m_parent; }
-    virtual KvRx::Ordering comparedTo(const KvRxObject* other) const;
-    virtual KvRxAppNameCallback appNameCallbackPtr() const { return m_appNameCallback; }
+    KvRxObject* queryX(const KvRxClass* protocolClass) override;
+    KvRxObject* create() override;
+    const char16_t* appName() const override { return m_appName; }
+    const char16_t* dxfName() const override { return m_dxfName; }
+    const char16_t* name() const override { return m_className; }
+    void getClassVersion(int& version, int& maintenanceVersion) const override;
+    int proxyFlags() const override { return m_proxyFlags; }
+    bool isDerivedFrom(const KvRxClass* other) const override;
+    KvRxClass* myParent() const override { return m_parent; }
+    KvRx::Ordering comparedTo(const KvRxObject* other) const override;
+    KvRxAppNameCallback appNameCallbackPtr() const override { return m_appNameCallback; }
 
     // Links the class to its parent by name, and takes over the parent's extensions
     // and the first overrule of each of its lists; nothing to do once linked. A parent
     // that isn't registered is recorded and fatal.
     void link();
 
-    // The map of the class's extensions, own and inherited; null until first used.
-    KvRxPEClassMap* protocolMap() const;
-
-    // The first node of the class's list of overrule family `family` (0 to 11), or
-    // null; the nodes stay the class's.
-    KvRxOverruleNode* overruleHead(int family) const { return m_overruleHeads[family]; }
     // A new node for `overrule`: at the head, or behind the last node with `atEnd`.
     void addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd);
     // Frees the first node that holds `overrule`; false if there is none.
     bool removeOverruleNode(int family, KvRxOverrule* overrule);
 
-    static KvRxImpClass* getImplRxClass(KvRxClass* aClass);
-    static int getDoomedRxClassCount();
-    static const KvRxClass* getDoomedRxClass(int index);
     // Queues a class for destruction at the next walk, at the end of the list.
     static void doom(KvRxClass* aClass);
     // Destroys the doomed classes in the order they arrived. With `checkOrder`, a class
@@ -91,29 +91,27 @@ public:
     static void destroyDoomedRxClasses(bool checkOrder);
     // Queues the abandoned classes again, for the final walk of shut-down.
     static void doomAbandonedClasses();
-
-    bool addObjectContextMenu(const KvRxObject* object, const void* menu);
-    bool removeObjectContextMenu(const KvRxObject* object);
-    int numOfObjectContextMenu() const;
-    void getObjectContextMenuAt(int index, KvRxObject*& object, void** menu) const;
+    // Every registered class that names `module` as its owner loses it.
+    static void disownClassesOf(const KvRxDynLoadModuleProxy* module);
 
     KvRxDynLoadModuleProxy* module() const { return m_module; }
     void setModule(KvRxDynLoadModuleProxy* module) { m_module = module; }
     bool isPending() const { return m_parentName != nullptr; }
 
 private:
+    friend class KvRxImpClass;
     struct ContextMenu {
         const KvRxObject* object;
         const void* menu;
     };
 
-    KvRxImpClass(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
+    KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
     bool copyNames(const Registration& r);
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
     void copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue);
-    void inheritFrom(const KvRxImpClass* parent);
+    void inheritFrom(const KvRxClassState* parent);
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
     // Takes this class out of the protocol maps of all registered classes.

@@ -14,7 +14,7 @@
 
 namespace {
 
-KvRxModuleGlobal* gInstance = nullptr;
+KvRxModuleGlobalImp* gInstance = nullptr;
 KvDbHostApplicationServices* gHost = nullptr;
 
 // The classes that start-up registers, in their fixed order: the root first, the
@@ -64,6 +64,8 @@ void (*const kStartupClasses[])() = {
 
 KvRxModuleGlobal* KvRxModuleGlobal::GetInstance() { return gInstance; }
 
+KvRxModuleGlobalImp* KvRxModuleGlobalImp::instance() { return gInstance; }
+
 char16_t* kvrxFormatAlloc(const char16_t* prefix, const char16_t* format, va_list args) {
     va_list counting;
     va_copy(counting, args);
@@ -78,7 +80,7 @@ char16_t* kvrxFormatAlloc(const char16_t* prefix, const char16_t* format, va_lis
     return text;
 }
 
-void KvRxModuleGlobal::fatalErrorV(const char16_t* format, va_list args) {
+void KvRxModuleGlobalImp::fatalErrorV(const char16_t* format, va_list args) {
     char16_t* text = format ? kvrxFormatAlloc(nullptr, format, args) : nullptr;
     // The exception keeps its own copy of the message, so the buffer goes now.
     auto* e = new LumExceptionWithMsg("", 0, text ? text : (format ? format : u"Error abort!"));
@@ -90,7 +92,7 @@ void KvRxModuleGlobal::fatalErrorV(const char16_t* format, va_list args) {
 void KvRxModuleGlobal::fatalError(const char16_t* format, ...) {
     va_list args;
     va_start(args, format);
-    fatalErrorV(format, args);
+    KvRxModuleGlobalImp::fatalErrorV(format, args);
 }
 
 void KvRxModuleGlobal::fatalStatus() {
@@ -101,7 +103,7 @@ void kvrx_abort(const char16_t* format, ...) {
     va_list args;
     va_start(args, format);
     KvDbHostApplicationServices* host = gHost;
-    if (!host) KvRxModuleGlobal::fatalErrorV(format, args);  // never returns; va_end unneeded
+    if (!host) KvRxModuleGlobalImp::fatalErrorV(format, args);  // never returns; va_end unneeded
     if (!format) {
         va_end(args);
         host->fatalError(nullptr);
@@ -124,12 +126,12 @@ KvRxDictionary* kvrxSysRegistry() { return gInstance ? gInstance->systemRegistry
 
 KvRxClass* kvrxFindKvRxClass(const char16_t* name) {
     if (!name || !*name || !gInstance) return nullptr;
-    return KvRxClass::cast(gInstance->classDictionary->at(name));
+    return kvrxClassValue(gInstance->classDictionary->at(name));
 }
 
 void InitializeKvRxSystem() {
     if (gInstance) KvRxModuleGlobal::fatalError(u"KvRxModuleGlobal has initialized already!!!");
-    gInstance = new KvRxModuleGlobal();
+    gInstance = new KvRxModuleGlobalImp();
     unsigned id = 0;
     gInstance->systemRegistry = KvRxDictionaryImp::createDictionary(0, false, false, true, nullptr);
     gInstance->classDictionary = KvRxDictionaryImp::createDictionary(256, false, true, true, nullptr);
@@ -156,7 +158,7 @@ namespace {
 
 // Services first: every service still listed goes with the dictionary, the kernel
 // service only if it is no longer listed; then the linker with its modules.
-void deleteServicesAndLinker(KvRxModuleGlobal* instance) {
+void deleteServicesAndLinker(KvRxModuleGlobalImp* instance) {
     auto* services = static_cast<KvRxDictionaryImp*>(instance->serviceDictionary);
     KvRxKernel* kernel = instance->kernelService;
     bool kernelUnlisted = services->at(u"KernelServices") != kernel;
@@ -172,22 +174,21 @@ void deleteServicesAndLinker(KvRxModuleGlobal* instance) {
 }  // namespace
 
 void UninitializeKvRxSystem() {
-    KvRxModuleGlobal* instance = gInstance;
+    KvRxModuleGlobalImp* instance = gInstance;
     KvRxDictionary* classes = instance->classDictionary;
     deleteServicesAndLinker(instance);
 
     // What modules doomed goes first, with the order checks on.
-    KvRxImpClass::destroyDoomedRxClasses(true);
+    KvRxClassState::destroyDoomedRxClasses(true);
 
     // Everything left is doomed in name order and goes with the checks off, since the
     // whole tree goes at once.
     KvRxDictionaryIterator* it = classes->newIterator(kDictSorted);
-    for (; !it->done(); it->next())
-        if (KvRxClass* c = KvRxClass::cast(it->object())) deleteKvRxClass(c);
+    for (; !it->done(); it->next()) deleteKvRxClass(kvrxClassValue(it->object()));
     // Classes whose checked destruction failed earlier are out of the dictionary; they
     // go in this walk too.
-    KvRxImpClass::doomAbandonedClasses();
-    KvRxImpClass::destroyDoomedRxClasses(false);
+    KvRxClassState::doomAbandonedClasses();
+    KvRxClassState::destroyDoomedRxClasses(false);
 
     delete classes;
     instance->classDictionary = nullptr;

@@ -1,4 +1,4 @@
-// The holder of the runtime's roots and its fatal paths.
+// The state of the runtime's one KvRxModuleGlobal: its roots.
 //
 // There is at most one instance, made by InitializeKvRxSystem and freed by
 // UninitializeKvRxSystem. It owns the roots: the three dictionaries, the kernel
@@ -12,7 +12,7 @@
 class KvRxKernel;
 class KvRxDynamicLinker;
 
-class KvRxModuleGlobal {
+class KvRxModuleGlobalImp final : public KvRxModuleGlobal {
 public:
     KvRxDictionary* systemRegistry = nullptr;
     KvRxDictionary* classDictionary = nullptr;
@@ -21,14 +21,10 @@ public:
     KvRxDynamicLinker* dynamicLinker = nullptr;
 
     // The instance, or null before start-up and after shut-down.
-    static KvRxModuleGlobal* GetInstance();
+    static KvRxModuleGlobalImp* instance();
 
-    // Formats the message, reports the exception to the crash recorder and throws it as
-    // a LumExceptionWithMsg*. A null format gives "Error abort!".
-    [[noreturn]] static void fatalError(const char16_t* format, ...);
+    // KvRxModuleGlobal::fatalError with its arguments in a list.
     [[noreturn]] static void fatalErrorV(const char16_t* format, va_list args);
-    // fatalError for an object of the wrong class (status 46).
-    [[noreturn]] static void fatalStatus();
 };
 
 // A text formatted into a block from _lumMalloc, with `prefix` in front; the caller

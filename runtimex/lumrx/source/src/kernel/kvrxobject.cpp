@@ -1,5 +1,6 @@
 #include "kvrxobject.h"
 
+#include "kernel/kvrximpclass.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxclass.h"
 #include "kvrxdictionary.h"
@@ -55,8 +56,8 @@ void KvRxObject::rxInit() {
 KvRxClass* kvrxDescDirect(KvRxClass*& gpDesc, const char16_t* registeredName) {
     // The class dictionary is the one the system registry holds as "ClassDictionary";
     // it is read from the instance so that this works before the tree is linked.
-    KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance();
-    gpDesc = g ? KvRxClass::cast(g->classDictionary->at(registeredName)) : nullptr;
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+    gpDesc = g ? kvrxClassValue(g->classDictionary->at(registeredName)) : nullptr;
     return gpDesc;
 }
 
@@ -75,7 +76,7 @@ void kvrxInitClass(KvRxClass*& gpDesc, const char16_t* registeredName,
                    const char16_t* parentName, const char16_t* mismatchText) {
     if (gpDesc) {
         KvRxObject* registered = nullptr;
-        if (KvRxModuleGlobal* g = KvRxModuleGlobal::GetInstance())
+        if (KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance())
             registered = g->classDictionary->at(registeredName);
         if (registered == gpDesc) return;
         // A stale pointer from an earlier registration: report, then register anew.

@@ -1,6 +1,6 @@
 // The protocol-extension map of one class.
 //
-// Owned by the KvRxImpClass that made it. Owns its nodes only: keys (protocol classes)
+// Owned by the class state that made it. Owns its nodes only: keys (protocol classes)
 // and values (extension objects) belong to others and are never deleted here.
 #pragma once
 

@@ -49,8 +49,8 @@ bool forEachClassBelow(const KvRxClass* target, Visit visit) {
     if (!classes) return false;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator());
     for (; !it->done(); it->next()) {
-        KvRxClass* c = KvRxClass::cast(it->object());
-        if (c && c->isDerivedFrom(target)) visit(KvRxImpClass::getImplRxClass(c));
+        KvRxClass* c = kvrxClassValue(it->object());
+        if (c->isDerivedFrom(target)) visit(KvRxClassState::of(c));
     }
     return true;
 }
@@ -64,7 +64,7 @@ Kvore::ErrorStatus KvRxOverrule::addOverrule(KvRxClass* target, KvRxOverrule* ov
     if (!familyClass) return Kvore::eInvalidInput;
     int family = familyIndexOf(familyClass);
     if (family == kOverruleFamilyCount) return Kvore::eOk;
-    bool walked = forEachClassBelow(target, [&](KvRxImpClass* impl) {
+    bool walked = forEachClassBelow(target, [&](KvRxClassState* impl) {
         impl->addOverruleNode(family, overrule, addAtEnd);
     });
     return walked ? Kvore::eOk : Kvore::eInvalidInput;
@@ -75,7 +75,7 @@ Kvore::ErrorStatus KvRxOverrule::removeOverrule(KvRxClass* target, KvRxOverrule*
     int family = familyOf(overrule->isA());
     if (family == kOverruleFamilyCount) return Kvore::eKeyNotFound;
     bool removed = false;
-    forEachClassBelow(target, [&](KvRxImpClass* impl) {
+    forEachClassBelow(target, [&](KvRxClassState* impl) {
         removed = impl->removeOverruleNode(family, overrule) || removed;
     });
     return removed ? Kvore::eOk : Kvore::eKeyNotFound;
