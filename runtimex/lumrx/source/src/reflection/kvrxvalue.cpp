@@ -143,10 +143,12 @@ void KvRxValue::copyBlock(const void* from, bool assignToLive) {
         nonBlittable()->construct(block, from);
 }
 
+// `o`'s storage is read as a value of this value's type, whatever `o`'s own type:
+// for a large type its first word is the block to copy from.
 void KvRxValue::init(const KvRxValue& o, bool reuseBlock) {
     if (!isInlined()) {
         setBlock(reuseBlock ? reallocate(typeSize(), nonInlineValuePtr()) : allocate(typeSize()));
-        copyBlock(o.isInlined() ? nullptr : o.nonInlineValuePtr(), false);
+        copyBlock(o.nonInlineValuePtr(), false);
     } else if (!nonBlittable()) {
         std::memcpy(mStorage, o.mStorage, sizeof mStorage);
     } else {
