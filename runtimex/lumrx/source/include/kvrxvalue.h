@@ -159,7 +159,7 @@ public:
     bool operator==(const KvRxValue& o) const;
     bool operator!=(const KvRxValue& o) const { return !(*this == o); }
 
-    const KvRxValueType& type() const { return *mType; }
+    const KvRxValueType& type() const;
     bool isEmpty() const;
     bool isVaries() const;
     static const KvRxValue& empty();

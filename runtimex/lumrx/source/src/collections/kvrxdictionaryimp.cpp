@@ -22,7 +22,8 @@ KvRxDictionaryImp::KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignor
     : sortedIndex(sorted ? new SortedIndex() : nullptr),
       restrictTo(restrictTo),
       deleteObjects(deleteObjects),
-      caseSensitive(!ignoreCase) {}
+      caseSensitive(!ignoreCase),
+      keyIndex(ignoreCase) {}
 
 KvRxDictionaryImp::~KvRxDictionaryImp() {
     clear(false);
@@ -40,16 +41,11 @@ bool KvRxDictionaryImp::accepts(const KvRxObject* object) const {
     return cls && cls->isDerivedFrom(restrictTo);
 }
 
+// The key index gives the first live slot whose key matches, as a walk from slot 0
+// would; a sorted dictionary holds one slot per key, which its index would find.
 int KvRxDictionaryImp::find(const char16_t* key) const {
     if (!key || !*key) return -1;
-    KvRxString probe(key, !caseSensitive);
-    if (sortedIndex) {
-        auto it = sortedIndex->find(&probe);
-        return it == sortedIndex->end() ? -1 : it->second;
-    }
-    for (int i = 0; i < entries.length; ++i)
-        if (entries.data[i].key && entries.data[i].key->compareText(probe) == KvRx::kEqual) return i;
-    return -1;
+    return keyIndex.find(entries.data, key);
 }
 
 int KvRxDictionaryImp::liveSlot(unsigned int id) const {
@@ -57,11 +53,7 @@ int KvRxDictionaryImp::liveSlot(unsigned int id) const {
     return entries.data[id - 1].key ? int(id - 1) : -1;
 }
 
-int KvRxDictionaryImp::firstFreeSlot() const {
-    for (int i = 0; i < entries.length; ++i)
-        if (!entries.data[i].key) return i;
-    return -1;
-}
+int KvRxDictionaryImp::firstFreeSlot() const { return freeSlots.lowest(); }
 
 void KvRxDictionaryImp::reserve(int n) {
     if (n <= entries.capacity) return;
@@ -84,6 +76,7 @@ void KvRxDictionaryImp::setLength(int n) {
         if (grown > INT32_MAX) grown = INT32_MAX;
         reserve(n > grown ? n : int(grown));
     }
+    freeSlots.grow(entries.length, n);
     entries.length = n;
 }
 
@@ -111,13 +104,7 @@ const char16_t* KvRxDictionaryImp::keyAt(unsigned int id) const {
     return slot < 0 ? nullptr : entries.data[slot].key->text();
 }
 
-unsigned int KvRxDictionaryImp::numEntries() const {
-    if (sortedIndex) return unsigned(sortedIndex->size());
-    unsigned n = 0;
-    for (int i = 0; i < entries.length; ++i)
-        if (entries.data[i].key) ++n;
-    return n;
-}
+unsigned int KvRxDictionaryImp::numEntries() const { return liveCount; }
 
 KvRxObject* KvRxDictionaryImp::replaceValue(int slot, KvRxObject* object) {
     KvRxObject* displaced = entries.data[slot].value;
@@ -149,11 +136,31 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
         slot = entries.length;
         setLength(entries.length + 1);
     }
-    if (sortedIndex) sortedIndex->emplace(newKey.get(), slot);
-    entries.data[slot].key = newKey.release();
-    entries.data[slot].value = object;
+    enter(slot, std::move(newKey), object);
     retId = unsigned(slot) + 1;
     return nullptr;
+}
+
+void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object) {
+    Entry& e = entries.data[slot];
+    e.key = key.get();
+    e.value = object;
+    try {
+        keyIndex.insert(entries.data, slot);
+        try {
+            if (sortedIndex) sortedIndex->emplace(key.get(), slot);
+        } catch (...) {
+            keyIndex.erase(entries.data, slot);
+            throw;
+        }
+    } catch (...) {
+        e.key = nullptr;
+        e.value = nullptr;
+        throw;
+    }
+    key.release();
+    freeSlots.setTaken(slot);
+    ++liveCount;
 }
 
 KvRxObject* KvRxDictionaryImp::atPut(unsigned int id, KvRxObject* object) {
@@ -169,10 +176,7 @@ bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRx
     std::unique_ptr<KvRxString> newKey(makeKey(key));
     if (takenInIndex(newKey.get())) return false;
     if (int(id) > entries.length) setLength(int(id));
-    int slot = int(id) - 1;
-    if (sortedIndex) sortedIndex->emplace(newKey.get(), slot);
-    entries.data[slot].key = newKey.release();
-    entries.data[slot].value = object;
+    enter(int(id) - 1, std::move(newKey), object);
     return true;
 }
 
@@ -186,11 +190,23 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
     std::unique_ptr<KvRxString> key(makeKey(newKey));
     KvRxString* old = entries.data[slot].key;
     if (old->compareText(*key) != KvRx::kEqual && takenInIndex(key.get())) return false;
-    if (sortedIndex) {
-        sortedIndex->erase(old);
-        sortedIndex->emplace(key.get(), slot);
+    keyIndex.erase(entries.data, slot);
+    entries.data[slot].key = key.get();
+    try {
+        keyIndex.insert(entries.data, slot);
+        if (sortedIndex) {
+            sortedIndex->erase(old);
+            sortedIndex->emplace(key.get(), slot);
+        }
+    } catch (...) {
+        // Back to the old key; the table has room for it again.
+        keyIndex.erase(entries.data, slot);
+        entries.data[slot].key = old;
+        keyIndex.insert(entries.data, slot);
+        if (sortedIndex) sortedIndex->emplace(old, slot);
+        throw;
     }
-    entries.data[slot].key = key.release();
+    key.release();
     delete old;
     return true;
 }
@@ -209,10 +225,13 @@ bool KvRxDictionaryImp::resetKey(const char16_t* oldKey, const char16_t* newKey)
 KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
     Entry& e = entries.data[slot];
     if (sortedIndex) sortedIndex->erase(e.key);
+    keyIndex.erase(entries.data, slot);
     KvRxString* key = e.key;
     KvRxObject* value = e.value;
     e.key = nullptr;
     e.value = nullptr;
+    freeSlots.setFree(slot);
+    --liveCount;
     delete key;
     if (value && deleteObjects) {
         delete value;
@@ -233,6 +252,9 @@ KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
 
 void KvRxDictionaryImp::clear(bool deleteValues) {
     if (sortedIndex) sortedIndex->clear();
+    keyIndex.clear();
+    freeSlots.clear();
+    liveCount = 0;
     for (int i = 0; i < entries.length; ++i) {
         Entry& e = entries.data[i];
         delete e.key;
@@ -242,6 +264,8 @@ void KvRxDictionaryImp::clear(bool deleteValues) {
     }
     entries.length = 0;
 }
+
+size_t KvRxDictionaryImp::indexBytes() const { return keyIndex.bytesUsed() + freeSlots.bytesUsed(); }
 
 KvRxDictionaryIterator* KvRxDictionaryImp::newIterator(int type) {
     return new KvRxDictionaryImpIterator(this, !(sortedIndex && type == kDictSorted));

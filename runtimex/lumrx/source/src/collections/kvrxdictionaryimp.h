@@ -1,26 +1,28 @@
 // The one implementation of KvRxDictionary.
 //
 // Owns: the entry array (one block from _lumMalloc), every key object in it, the sorted
-// index (sorted dictionaries only; it shares the key objects), and the values only
-// when made with deleteObjects.
+// index (sorted dictionaries only; it shares the key objects), the key index and the
+// free-slot map (both by value), and the values only when made with deleteObjects.
 //
 // Invariants: a slot is live exactly when its key isn't null; a free slot has a null
 // value; slots from `length` to `capacity` are zero. The id of a slot is its index
-// plus 1. In a sorted dictionary the index holds exactly the live keys.
+// plus 1. In a sorted dictionary the index holds exactly the live keys. The key index
+// and the free-slot map follow every change of a slot's key (their own invariants are
+// beside them); `liveCount` is the number of live slots.
 #pragma once
 
+#include "collections/kvrxdictionaryfreeslots.h"
+#include "collections/kvrxdictionarykeyindex.h"
 #include "kvrxdictionary.h"
 
 #include <map>
+#include <memory>
 
 class KvRxDictionaryImp : public KvRxDictionary {
     KVRX_DECLARE_MEMBERS(KvRxDictionaryImp);
 
 public:
-    struct Entry {
-        KvRxString* key;
-        KvRxObject* value;
-    };
+    using Entry = KvRxDictionaryEntry;
     struct KeyLess {
         bool operator()(const KvRxString* a, const KvRxString* b) const { return KvRxString::less(a, b); }
     };
@@ -56,6 +58,8 @@ public:
 
     int capacity() const { return entries.capacity; }
     int length() const { return entries.length; }
+    // Bytes held beside the entry array and the keys, for the benchmarks' notes.
+    size_t indexBytes() const;
 
 private:
     friend class KvRxDictionaryImpIterator;
@@ -80,12 +84,17 @@ private:
     void reserve(int n);
     int firstFreeSlot() const;
     KvRxString* makeKey(const char16_t* text) const;
+    // Stores a new live entry in the free `slot`; on failure nothing is stored.
+    void enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object);
 
     Entries entries;
     SortedIndex* sortedIndex;
     const KvRxClass* restrictTo;
     bool deleteObjects;
     bool caseSensitive;
+    KvRxDictionaryKeyIndex keyIndex;
+    KvRxDictionaryFreeSlots freeSlots;
+    unsigned int liveCount = 0;
 };
 
 // Walks a dictionary by id, or a sorted one in key order. Doesn't own the dictionary.

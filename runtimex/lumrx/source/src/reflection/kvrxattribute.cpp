@@ -1,5 +1,7 @@
 #include "kvrxattribute.h"
 
+#include "kvrxnullreference.h"
+
 namespace {
 
 constexpr Kvore::ErrorStatus kNotImplemented = Kvore::eNotImplemented;
@@ -95,6 +97,6 @@ KvRxTypePromotionAttribute::KvRxTypePromotionAttribute(const char16_t*) {}
 const char16_t* KvRxTypePromotionAttribute::properties() const { return nullptr; }
 
 KvRxDefaultValueAttribute::KvRxDefaultValueAttribute(const KvRxValue&) {}
-__attribute__((no_sanitize("undefined"))) const KvRxValue& KvRxDefaultValueAttribute::value() const {
-    return *static_cast<const KvRxValue*>(nullptr);
+KVRX_GIVES_NULL_REFERENCE const KvRxValue& KvRxDefaultValueAttribute::value() const {
+    return kvrxNullReference<const KvRxValue>();
 }

@@ -1,16 +1,11 @@
 #include "kvrxmember.h"
 
+#include "kvrxnullreference.h"
 #include "kvrxruntime.h"
 
 namespace {
 
 constexpr Kvore::ErrorStatus kNotImplemented = Kvore::eNotImplemented;
-
-// The null references this system gives; nothing reads through them.
-template <class T>
-__attribute__((no_sanitize("undefined"))) T& nullRef() {
-    return *static_cast<T*>(nullptr);
-}
 
 }  // namespace
 
@@ -40,11 +35,15 @@ KvRxMember::KvRxMember(KvRxMemberImp* imp) : ApiPart(imp) {}
 const char16_t* KvRxMember::name() const { return nullptr; }
 const KvRxObject* KvRxMember::owner() const { return nullptr; }
 const KvRxMemberCollection* KvRxMember::children() const { return nullptr; }
-const KvRxValueType& KvRxMember::type() const { return nullRef<const KvRxValueType>(); }
-const KvRxAttributeCollection& KvRxMember::attributes() const {
-    return nullRef<const KvRxAttributeCollection>();
+KVRX_GIVES_NULL_REFERENCE const KvRxValueType& KvRxMember::type() const {
+    return kvrxNullReference<const KvRxValueType>();
 }
-KvRxAttributeCollection& KvRxMember::attributes() { return nullRef<KvRxAttributeCollection>(); }
+KVRX_GIVES_NULL_REFERENCE const KvRxAttributeCollection& KvRxMember::attributes() const {
+    return kvrxNullReference<const KvRxAttributeCollection>();
+}
+KVRX_GIVES_NULL_REFERENCE KvRxAttributeCollection& KvRxMember::attributes() {
+    return kvrxNullReference<KvRxAttributeCollection>();
+}
 KvString KvRxMember::localName() const { return KvString(); }
 KvString KvRxMember::subLocalName() const { return KvString(); }
 Kvore::ErrorStatus KvRxMember::subChildrenEx(KvRxMemberCollectionBuilder&, void*) { return kNotImplemented; }
@@ -60,7 +59,9 @@ void KvRxMember::operator delete[](void*, const char*, int) {}
 void KvRxMember::deleteMember(const KvRxMember*) {}
 
 KvRxEnumTag::KvRxEnumTag(const char16_t*, const KvRxValue&) : KvRxMember(nullptr, nullptr, nullptr) {}
-const KvRxValue& KvRxEnumTag::value() const { return nullRef<const KvRxValue>(); }
+KVRX_GIVES_NULL_REFERENCE const KvRxValue& KvRxEnumTag::value() const {
+    return kvrxNullReference<const KvRxValue>();
+}
 KvString KvRxEnumTag::alternateLocalName() const { return KvString(); }
 KvString KvRxEnumTag::subAlternateLocalName() const { return KvString(); }
 
@@ -87,7 +88,7 @@ Kvore::ErrorStatus KvRxProperty::subSetValue(KvRxObject*, const KvRxValue&) cons
 KvRxCollectionProperty::KvRxCollectionProperty(const char16_t*, const KvRxValueType& t, const KvRxObject*)
     : KvRxPropertyBase(nullptr, t, nullptr) {}
 KvRxCollectionProperty::KvRxCollectionProperty(KvRxMemberImp*)
-    : KvRxPropertyBase(nullptr, nullRef<const KvRxValueType>(), nullptr) {}
+    : KvRxPropertyBase(nullptr, kvrxNullReference<const KvRxValueType>(), nullptr) {}
 KvRxValueIterator* KvRxCollectionProperty::newValueIterator(const KvRxObject*) const { return nullptr; }
 Kvore::ErrorStatus KvRxCollectionProperty::tryGetCount(const KvRxObject*, int&) const { return kNotImplemented; }
 KvRxValueIterator* KvRxCollectionProperty::subNewValueIterator(const KvRxObject*) const { return nullptr; }
@@ -96,7 +97,7 @@ Kvore::ErrorStatus KvRxCollectionProperty::subTryGetCount(const KvRxObject*, int
 KvRxIndexedProperty::KvRxIndexedProperty(const char16_t*, const KvRxValueType& t, const KvRxObject*)
     : KvRxCollectionProperty(nullptr, t, nullptr) {}
 KvRxIndexedProperty::KvRxIndexedProperty(KvRxMemberImp*)
-    : KvRxCollectionProperty(nullptr, nullRef<const KvRxValueType>(), nullptr) {}
+    : KvRxCollectionProperty(nullptr, kvrxNullReference<const KvRxValueType>(), nullptr) {}
 Kvore::ErrorStatus KvRxIndexedProperty::getValue(const KvRxObject*, int, KvRxValue&) const { return kNotImplemented; }
 Kvore::ErrorStatus KvRxIndexedProperty::setValue(KvRxObject*, int, const KvRxValue&) const { return kNotImplemented; }
 Kvore::ErrorStatus KvRxIndexedProperty::insertValue(KvRxObject*, int, const KvRxValue&) const { return kNotImplemented; }
@@ -110,7 +111,7 @@ KvRxDictionaryProperty::KvRxDictionaryProperty(const char16_t*, const KvRxValueT
                                                const KvRxValueType&, const KvRxObject*)
     : KvRxCollectionProperty(nullptr, t, nullptr) {}
 KvRxDictionaryProperty::KvRxDictionaryProperty(KvRxMemberImp*)
-    : KvRxCollectionProperty(nullptr, nullRef<const KvRxValueType>(), nullptr) {}
+    : KvRxCollectionProperty(nullptr, kvrxNullReference<const KvRxValueType>(), nullptr) {}
 Kvore::ErrorStatus KvRxDictionaryProperty::getValue(const KvRxObject*, const KvRxValue&, KvRxValue&) const {
     return kNotImplemented;
 }

@@ -1,17 +1,10 @@
 #include "kvrxvalue.h"
 
+#include "kvrxnullreference.h"
+
 #include <cstring>
 
 namespace {
-
-// The null references this system gives for types and sentinels. Binding them is
-// the fixed result; nothing here reads through them.
-__attribute__((no_sanitize("undefined"))) const KvRxValueType& noType() {
-    return *static_cast<const KvRxValueType*>(nullptr);
-}
-__attribute__((no_sanitize("undefined"))) const KvRxValue& noValue() {
-    return *static_cast<const KvRxValue*>(nullptr);
-}
 
 constexpr unsigned kInlineLimit = 24;
 
@@ -19,7 +12,9 @@ constexpr unsigned kInlineLimit = 24;
 
 #define KVRX_VALUE_TYPE_DESC(T) \
     template <>                 \
-    const KvRxValueType& KvRxValueType::Desc<T>::value() { return noType(); }
+    KVRX_GIVES_NULL_REFERENCE const KvRxValueType& KvRxValueType::Desc<T>::value() { \
+        return kvrxNullReference<const KvRxValueType>();                         \
+    }
 KVRX_VALUE_TYPE_DESC(void)
 KVRX_VALUE_TYPE_DESC(KvDbMText*)
 KVRX_VALUE_TYPE_DESC(DimFillColor)
@@ -114,6 +109,9 @@ KvRxValue::~KvRxValue() {
     if (nonBlittable() && v) nonBlittable()->destruct(v);
 }
 
+// The value's type; a null reference for a value of the void type.
+KVRX_GIVES_NULL_REFERENCE const KvRxValueType& KvRxValue::type() const { return *mType; }
+
 const IKvRxNonBlittableType* KvRxValue::nonBlittable() const {
     return mType ? mType->nonBlittable() : nullptr;
 }
@@ -143,10 +141,12 @@ void KvRxValue::copyBlock(const void* from, bool assignToLive) {
         nonBlittable()->construct(block, from);
 }
 
+// `o`'s storage is read as a value of this value's type, whatever `o`'s own type:
+// for a large type its first word is the block to copy from.
 void KvRxValue::init(const KvRxValue& o, bool reuseBlock) {
     if (!isInlined()) {
         setBlock(reuseBlock ? reallocate(typeSize(), nonInlineValuePtr()) : allocate(typeSize()));
-        copyBlock(o.isInlined() ? nullptr : o.nonInlineValuePtr(), false);
+        copyBlock(o.nonInlineValuePtr(), false);
     } else if (!nonBlittable()) {
         std::memcpy(mStorage, o.mStorage, sizeof mStorage);
     } else {
@@ -191,10 +191,14 @@ bool KvRxValue::equals(const KvRxValue* o) const {
     return mType->equalTo(valuePtr(), o->valuePtr());
 }
 
-bool KvRxValue::isEmpty() const { return equals(&noValue()); }
-bool KvRxValue::isVaries() const { return equals(&noValue()); }
-const KvRxValue& KvRxValue::empty() { return noValue(); }
-const KvRxValue& KvRxValue::varies() { return noValue(); }
+bool KvRxValue::isEmpty() const { return equals(&empty()); }
+bool KvRxValue::isVaries() const { return equals(&varies()); }
+KVRX_GIVES_NULL_REFERENCE const KvRxValue& KvRxValue::empty() {
+    return kvrxNullReference<const KvRxValue>();
+}
+KVRX_GIVES_NULL_REFERENCE const KvRxValue& KvRxValue::varies() {
+    return kvrxNullReference<const KvRxValue>();
+}
 
 // ---- fixed results ----
 

@@ -1,14 +1,11 @@
 #include "kvrxvariable.h"
 
+#include "kvrxnullreference.h"
+
 namespace {
 
 constexpr Kvore::ErrorStatus kNotImplemented = Kvore::eNotImplemented;
 
-// The null references this system gives; nothing reads through them.
-template <class T>
-__attribute__((no_sanitize("undefined"))) const T& nullRef() {
-    return *static_cast<const T*>(nullptr);
-}
 
 }  // namespace
 
@@ -31,7 +28,9 @@ void KvRxVariable::removeReactor(KvRxVariableReactor*) {}
 KvRxVariablesDictionary::KvRxVariablesDictionary(KvRxVariablesDictionaryImp*) {}
 KvRxVariablesDictionary* KvRxVariablesDictionary::get() { return nullptr; }
 const KvRxVariable* KvRxVariablesDictionary::getVariable(const char16_t*) const { return nullptr; }
-const KvStringArray& KvRxVariablesDictionary::getAllNames() const { return nullRef<KvStringArray>(); }
+KVRX_GIVES_NULL_REFERENCE const KvStringArray& KvRxVariablesDictionary::getAllNames() const {
+    return kvrxNullReference<const KvStringArray>();
+}
 bool KvRxVariablesDictionary::getBool(const char16_t*, bool) { return false; }
 bool KvRxVariablesDictionary::getBool(const KvRxVariable&, bool) { return false; }
 short KvRxVariablesDictionary::getInt16(const char16_t*, short) { return 0; }
@@ -57,8 +56,12 @@ void KvRxVariablesDictionary::addReactor(KvRxVariablesDictionaryReactor*) {}
 void KvRxVariablesDictionary::removeReactor(KvRxVariablesDictionaryReactor*) {}
 
 KvRxVariableChangedEventArgs::KvRxVariableChangedEventArgs(KvRxVariableChangedEventArgsImp*) {}
-const resbuf& KvRxVariableChangedEventArgs::newValue() const { return nullRef<resbuf>(); }
-const resbuf& KvRxVariableChangedEventArgs::oldValue() const { return nullRef<resbuf>(); }
+KVRX_GIVES_NULL_REFERENCE const resbuf& KvRxVariableChangedEventArgs::newValue() const {
+    return kvrxNullReference<const resbuf>();
+}
+KVRX_GIVES_NULL_REFERENCE const resbuf& KvRxVariableChangedEventArgs::oldValue() const {
+    return kvrxNullReference<const resbuf>();
+}
 
 KvRxVariableChangingEventArgs::KvRxVariableChangingEventArgs(KvRxVariableChangingEventArgsImp*) {}
 bool KvRxVariableChangingEventArgs::isResetting() const { return false; }

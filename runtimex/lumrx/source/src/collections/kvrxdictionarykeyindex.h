@@ -1,0 +1,67 @@
+// The dictionary's index from key text to entry: an open-addressing hash table whose
+// buckets name, for each distinct key (by the dictionary's case rule), the lowest slot
+// that holds it. Look-ups hash the caller's text as it is: no temporary key, no
+// allocation.
+//
+// Owns: its bucket array and the chains of slots that share a key; the keys it hashes
+// belong to the entries.
+//
+// Invariant (kept in kvrxdictionarykeyindex.cpp): every live slot is reachable from
+// exactly one bucket, the bucket of its key; that bucket names the lowest live slot with
+// that key, and the other slots with the key follow it in `sameKey`, ascending. So a
+// look-up finds the entry that a walk from slot 0 would find first.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <unordered_map>
+#include <vector>
+
+class KvRxString;
+class KvRxObject;
+
+struct KvRxDictionaryEntry {
+    KvRxString* key;
+    KvRxObject* value;
+};
+
+class KvRxDictionaryKeyIndex {
+public:
+    explicit KvRxDictionaryKeyIndex(bool ignoreCase) : ignoreCase(ignoreCase) {}
+
+    // The lowest live slot whose key matches `text`, or -1. `text` isn't empty.
+    int find(const KvRxDictionaryEntry* data, const char16_t* text) const;
+    // Enters `slot`, whose key is already stored in `data`.
+    void insert(const KvRxDictionaryEntry* data, int slot);
+    // Takes `slot` out; its key is still stored in `data`.
+    void erase(const KvRxDictionaryEntry* data, int slot);
+    void clear();
+
+    size_t bytesUsed() const;
+
+private:
+    static constexpr int32_t kEmpty = -1;
+    static constexpr int32_t kErased = -2;
+    struct Bucket {
+        int32_t slot;
+        uint32_t hash;
+    };
+
+    uint32_t hashOf(const char16_t* text, int32_t& length) const;
+    bool sameText(const KvRxString* key, const char16_t* text, int32_t length) const;
+    // The bucket that names the key of `slot`'s text, or -1.
+    int64_t bucketOf(const KvRxDictionaryEntry* data, const char16_t* text, int32_t length,
+                     uint32_t hash) const;
+    void grow();
+    void place(int32_t slot, uint32_t hash);
+    void addToChain(int32_t head, int32_t slot, Bucket& bucket);
+    void dropFromChain(int32_t slot, Bucket& bucket);
+
+    bool ignoreCase;
+    std::vector<Bucket> buckets;  // a power of two in size, or empty
+    size_t used = 0;              // buckets not empty: live and erased
+    size_t live = 0;
+    // Slot -> next higher slot with the same key, for keys held by more than one slot
+    // (made only by putting at an id or resetting a key; rare).
+    std::unordered_map<int32_t, int32_t> sameKey;
+};
