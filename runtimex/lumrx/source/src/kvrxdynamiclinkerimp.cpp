@@ -263,9 +263,10 @@ bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bo
         name = lumplatform::searchFile(name);
         if (name.empty()) return false;
     }
-    KvRxDynLoadModuleProxy* proxy = openModule(name, verbose, asCommand);
+    bool fresh = false;
+    KvRxDynLoadModuleProxy* proxy = openModule(name, verbose, asCommand, fresh);
     if (!proxy) return asCommand && isModuleLoaded(name.c_str());
-    if (proxy->refCount() > 1) return true;  // loaded already: one more reference
+    if (!fresh) return true;  // loaded already: one more reference
     unsigned id = 0;
     modules->atPut(fullFileName(proxy->moduleName()).c_str(), proxy, id);
     DepthScope depth(loadDepth);
@@ -273,15 +274,18 @@ bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bo
 }
 
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
-// freshly opened image with its first; null if the module can't be opened.
+// freshly opened image with its first (`fresh` says which); null if the module can't
+// be opened.
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name, bool verbose,
-                                                         bool asCommand) {
+                                                         bool asCommand, bool& fresh) {
+    fresh = false;
     std::u16string full = fullFileName(name.c_str());
     if (full.empty()) return nullptr;
     auto* existing = KvRxDynLoadModuleProxy::cast(modules->at(full.c_str()));
     // A proxy whose unload has begun is on its way out: a new load gets a proxy of its
-    // own, which keeps the table entry when the old one is flushed.
-    if (existing && existing->refCount() <= 0) existing = nullptr;
+    // own, which keeps the table entry when the old one is flushed. Its count alone
+    // doesn't tell: service dependencies move it too.
+    if (existing && existing->goingOut()) existing = nullptr;
     if (void* mapped = lumplatform::mappedImage(full)) {
         std::u16string path = lumplatform::imagePath(mapped);
         if (path.empty()) {
@@ -302,7 +306,9 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& n
         }
         // Mapped by the system, e.g. as another module's import: it gets its proxy now.
     }
-    return openImage(name, verbose, asCommand);
+    KvRxDynLoadModuleProxy* proxy = openImage(name, verbose, asCommand);
+    fresh = proxy != nullptr;
+    return proxy;
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
@@ -422,9 +428,9 @@ bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCom
                                        bool quitting) {
     // A pointer from an older list may name a proxy that is gone: it is only compared.
     if (!proxy || !inTable(proxy)) return false;
-    // One whose unload has run already waits for its release (after a quit, until the
-    // linker goes): it has no reference left to drop.
-    if (proxy->refCount() <= 0) return false;
+    // One whose unload has begun is on its way out (after a quit it waits for its
+    // release until the linker goes): it has no reference left to drop.
+    if (proxy->goingOut()) return false;
     if (proxy->locked() || proxy->inMessage()) {
         KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kUnloadRefused, proxy->moduleName());
         return false;
@@ -442,6 +448,7 @@ bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* 
         proxy->addRef();
         return !asCommand;
     }
+    proxy->setGoingOut();
     if (quitting) proxy->sendMessageToApp(KvRx::kQuitMsg, proxy);
     std::u16string name = proxy->moduleName() ? proxy->moduleName() : u"";
     recordModuleEvent(name.c_str(), u"unload");

@@ -100,7 +100,8 @@ private:
     bool anyNonMdiModule() const;
     bool inTable(KvRxDynLoadModuleProxy* proxy) const;
 
-    KvRxDynLoadModuleProxy* openModule(const std::u16string& name, bool verbose, bool asCommand);
+    KvRxDynLoadModuleProxy* openModule(const std::u16string& name, bool verbose, bool asCommand,
+                                       bool& fresh);
     KvRxDynLoadModuleProxy* openImage(const std::u16string& name, bool verbose, bool asCommand);
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);
     bool unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand, bool quitting);

@@ -79,6 +79,10 @@ public:
     void setDependencyNode(KvRxDependencyNode* node) { m_dependencyNode = node; }
     // Neither locked nor in a message, and no reference left.
     bool isUnloadable() const { return !m_locked && !m_inMessage && m_refCount == 0; }
+    // Set once the linker's unload has passed its guards: the module is on its way out
+    // (its unload under way, or waiting for its release), whatever its count says.
+    bool goingOut() const { return m_goingOut; }
+    void setGoingOut() { m_goingOut = true; }
 
     // Loads the image named by moduleName with the module's directory current for the
     // call. 0 on success or if an image is there already, -1 without a name, else the
@@ -111,4 +115,5 @@ private:
     bool m_nestedLoad;
     uint8_t m_loadOrigin;
     bool m_initialising;
+    bool m_goingOut;
 };
