@@ -107,9 +107,11 @@ bool KvRxDynamicLinkerImp::loadAppFromInfo(KvoreAppInfo* info, KvoreApp::LoadRea
     if (reason == KvoreApp::kOnStartup && findRxModuleProxyByModuleName(moduleName, false))
         return true;
     if (!loadModule(moduleName, verbose, asCommand)) return false;
-    KvRxDynLoadModuleProxy* proxy = findRxModuleProxyByModuleName(moduleName, true);
-    proxy->setAppName(info->appName());
-    proxy->setLoadReason(info->loadReason());
+    // A reactor may have unloaded the module again while it heard of the load.
+    if (KvRxDynLoadModuleProxy* proxy = findRxModuleProxyByModuleName(moduleName, false)) {
+        proxy->setAppName(info->appName());
+        proxy->setLoadReason(info->loadReason());
+    }
     return true;
 }
 

@@ -106,6 +106,25 @@ private:
     KvRxDynLoadModuleProxy* m_previous;
 };
 
+// Keeps a proxy alive while the load road that made it runs: a reactor may unload
+// the module meanwhile, and the flush then leaves the object to this road, which
+// deletes it when it ends.
+class LoadRoadHold {
+public:
+    explicit LoadRoadHold(KvRxDynLoadModuleProxy* proxy) : m_proxy(proxy) {
+        m_proxy->setHeldByLoad(true);
+    }
+    ~LoadRoadHold() {
+        m_proxy->setHeldByLoad(false);
+        if (m_proxy->flushed()) delete m_proxy;
+    }
+    LoadRoadHold(const LoadRoadHold&) = delete;
+    LoadRoadHold& operator=(const LoadRoadHold&) = delete;
+
+private:
+    KvRxDynLoadModuleProxy* m_proxy;
+};
+
 }  // namespace
 
 KvDbHostRuntime* kvrxHostRuntime() {
@@ -365,8 +384,15 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
 bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbose) {
     KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime) return false;
-    std::u16string name = proxy->moduleName();  // the proxy may be gone before the last report
+    LoadRoadHold hold(proxy);
+    std::u16string name = proxy->moduleName();
     notify(&KvRxDLinkerReactor::rxAppWillBeLoaded, name.c_str());
+    if (proxy->goingOut()) {
+        // A reactor unloaded the module before its first message: the load ends there.
+        notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
+        recordModuleEvent(name.c_str(), u"load failure");
+        return false;
+    }
     m_tracker->beginLoad(proxy);
     bool started;
     {
@@ -443,6 +469,9 @@ bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCom
 // a released image.
 bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy,
                                         bool quitting) {
+    // One on its way out already (unloaded by a reactor during its own load) has no
+    // reference left to drop.
+    if (proxy->goingOut()) return false;
     if (proxy->release() > 0) return false;
     if (!m_tracker->canUnload(proxy)) {
         proxy->addRef();
@@ -491,7 +520,10 @@ void KvRxDynamicLinkerImp::flushPendingModules() {
         proxy->unloadImage();
         std::u16string key = fullFileName(proxy->moduleName());
         if (modules->at(key.c_str()) == proxy) modules->remove(key.c_str());
-        delete proxy;
+        if (proxy->heldByLoad())
+            proxy->setFlushed();
+        else
+            delete proxy;
     }
 }
 
