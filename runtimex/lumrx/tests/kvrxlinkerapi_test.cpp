@@ -209,6 +209,22 @@ TEST_F(LinkerApi, ListFilesAndStartupRecords) {
     EXPECT_EQ(kvrxUnregisterApp(u"AtStart"), KvoreApp::eOk);
 }
 
+TEST_F(LinkerApi, AListThatCannotBeReadIsFalseAndLoadsNothing) {
+    // A folder by the list's name, and a file this process may not read.
+    std::u16string listed = modulePath("krxgood.krx");
+    std::filesystem::create_directories(dir / "folder.lst" / "krxgood");
+    host.files[u"folder.lst"] = lumtest::u16((dir / "folder.lst").string());
+    host.files[u"krxgood"] = listed;
+    EXPECT_FALSE(linker()->loadListedModules(u"folder.lst"));
+    EXPECT_FALSE(kvrxAppIsLoaded(listed.c_str()));
+    write("locked.lst", "krxgood\n");
+    std::filesystem::permissions(dir / "locked.lst", std::filesystem::perms::none);
+    host.files[u"locked.lst"] = lumtest::u16((dir / "locked.lst").string());
+    if (std::ifstream(dir / "locked.lst").good()) GTEST_SKIP() << "a privileged process reads it";
+    EXPECT_FALSE(linker()->loadListedModules(u"locked.lst"));
+    EXPECT_FALSE(kvrxAppIsLoaded(listed.c_str()));
+}
+
 TEST_F(LinkerApi, FlatFunctionsAndMessages) {
     std::u16string free = modulePath("krxfree.krx"), locked = modulePath("krxgood.krx");
     ASSERT_TRUE(kvrxLoadModule(free.c_str(), false, false));
