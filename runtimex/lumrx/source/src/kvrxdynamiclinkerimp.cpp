@@ -325,14 +325,16 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& n
         }
         // Mapped by the system, e.g. as another module's import: it gets its proxy now.
     }
-    KvRxDynLoadModuleProxy* proxy = openImage(name, verbose, asCommand);
+    KvRxDynLoadModuleProxy* proxy = openImage(name, full, verbose, asCommand);
     fresh = proxy != nullptr;
     return proxy;
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
-// kept) if the image fails to load, lacks an entry point or has the wrong version.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name, bool verbose,
+// kept) if the image fails to load, lacks an entry point or has the wrong version. The
+// messages about the file itself name it by its full name `full`.
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name,
+                                                        const std::u16string& full, bool verbose,
                                                         bool asCommand) {
     using namespace KvRxLinkerMessage;
     KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::makeProxy(nullptr);
@@ -348,9 +350,9 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
         } else if (error == lumplatform::kImageNotLoadable) {
             unsigned machine = lumplatform::probeImageMachine(name);
             if (machine == 0x0200 || machine == lumplatform::kMachineAmd64)
-                showMessage(kOtherMachine, text, productName(), productName());
+                showMessage(kOtherMachine, full.c_str(), productName(), productName());
             else
-                showMessage(kNotAModule, text);
+                showMessage(kNotAModule, full.c_str());
         }
         showMessage(kLoadFailed, text);
         return nullptr;
@@ -370,7 +372,7 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
             if (refusal == kWrongApiVersion)
                 showMessage(refusal, text, productName());
             else
-                showMessage(refusal, text);
+                showMessage(refusal, refusal == kNotAModule ? full.c_str() : text);
             showMessage(kLoadFailed, text);
         }
         return nullptr;

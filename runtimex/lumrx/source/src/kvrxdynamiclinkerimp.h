@@ -102,7 +102,8 @@ private:
 
     KvRxDynLoadModuleProxy* openModule(const std::u16string& name, bool verbose, bool asCommand,
                                        bool& fresh);
-    KvRxDynLoadModuleProxy* openImage(const std::u16string& name, bool verbose, bool asCommand);
+    KvRxDynLoadModuleProxy* openImage(const std::u16string& name, const std::u16string& full,
+                                      bool verbose, bool asCommand);
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);
     bool unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand, bool quitting);
     bool finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy, bool quitting);
