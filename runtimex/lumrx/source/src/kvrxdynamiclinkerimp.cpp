@@ -229,26 +229,25 @@ bool KvRxDynamicLinkerImp::anyNonMdiModule() const {
 }
 
 bool KvRxDynamicLinkerImp::inTable(KvRxDynLoadModuleProxy* proxy) const {
-    KvRxDictionaryIterator* it = modules->newIterator(kDictById);
-    bool found = false;
-    for (; !found && !it->done(); it->next()) found = it->object() == proxy;
-    delete it;
-    return found;
+    return m_index.holds(proxy);
+}
+
+// The table takes `proxy` under `key`, and the index with it.
+void KvRxDynamicLinkerImp::storeModule(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
+    unsigned id = 0;
+    modules->atPut(key.c_str(), proxy, id);
+    m_index.put(key, proxy);
 }
 
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::findRxModuleProxyByModuleName(
     const char16_t* name, bool mustExist) const {
-    KvRxObject* entry = nullptr;
+    KvRxDynLoadModuleProxy* proxy = nullptr;
     if (name && *name) {
         std::u16string full = fullFileName(name);
-        if (!full.empty()) entry = modules->at(full.c_str());
+        if (!full.empty()) proxy = m_index.find(full);
     }
-    if (!entry) {
-        if (mustExist) KvRxModuleGlobal::fatalError(u"Cannot find module: \"%s\"", name ? name : u"");
-        return nullptr;
-    }
-    auto* proxy = KvRxDynLoadModuleProxy::cast(entry);
-    if (!proxy) KvRxModuleGlobal::fatalStatus();
+    if (!proxy && mustExist)
+        KvRxModuleGlobal::fatalError(u"Cannot find module: \"%s\"", name ? name : u"");
     return proxy;
 }
 
@@ -276,18 +275,21 @@ bool KvRxDynamicLinkerImp::isModuleLoaded(const char16_t* moduleName) {
 
 bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bool asCommand) {
     if (!fileName || !*fileName) return false;
-    std::u16string name;
+    std::u16string name, full;
     if (!kvrxResolveModuleName(fileName, name)) return false;
     if (!kvdbHostApplicationServices()->isRemoteName(fileName)) {
+        // The search gives the full file name, which is the table key already.
         name = lumplatform::searchFile(name);
         if (name.empty()) return false;
+        if (name.size() < LUM_MAX_PATH) full = name;
+    } else {
+        full = fullFileName(name.c_str());
     }
     bool fresh = false;
-    KvRxDynLoadModuleProxy* proxy = openModule(name, verbose, asCommand, fresh);
+    KvRxDynLoadModuleProxy* proxy = openModule(name, full, verbose, asCommand, fresh);
     if (!proxy) return asCommand && isModuleLoaded(name.c_str());
     if (!fresh) return true;  // loaded already: one more reference
-    unsigned id = 0;
-    modules->atPut(fullFileName(proxy->moduleName()).c_str(), proxy, id);
+    storeModule(full, proxy);
     DepthScope depth(loadDepth);
     return initModule(proxy, verbose);
 }
@@ -295,12 +297,12 @@ bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bo
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
 // freshly opened image with its first (`fresh` says which); null if the module can't
 // be opened.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name, bool verbose,
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name,
+                                                         const std::u16string& full, bool verbose,
                                                          bool asCommand, bool& fresh) {
     fresh = false;
-    std::u16string full = fullFileName(name.c_str());
     if (full.empty()) return nullptr;
-    auto* existing = KvRxDynLoadModuleProxy::cast(modules->at(full.c_str()));
+    KvRxDynLoadModuleProxy* existing = m_index.find(full);
     // A proxy whose unload has begun is on its way out: a new load gets a proxy of its
     // own, which keeps the table entry when the old one is flushed. Its count alone
     // doesn't tell: service dependencies move it too.
@@ -520,8 +522,12 @@ void KvRxDynamicLinkerImp::flushPendingModules() {
     while (!pendingDelete->isEmpty()) {
         auto* proxy = KvRxDynLoadModuleProxy::cast(pendingDelete->removeHead());
         proxy->unloadImage();
-        std::u16string key = fullFileName(proxy->moduleName());
-        if (modules->at(key.c_str()) == proxy) modules->remove(key.c_str());
+        // Not in the table any more if a newer load of the module took its key over.
+        std::u16string key = m_index.keyOf(proxy);
+        if (!key.empty()) {
+            modules->remove(key.c_str());
+            m_index.remove(key, proxy);
+        }
         if (proxy->heldByLoad())
             proxy->setFlushed();
         else
