@@ -1,6 +1,8 @@
 // Observers of loads and unloads: the order they hear in, changes to the array during
 // a notification, the events of failed and refused loads, and clearing by class.
 #include "kvrxclass.h"
+#include "kvrxmoduledependencytracker.h"
+#include "lumplatform/loader.h"
 #include "moduletest.h"
 
 #include <gtest/gtest.h>
@@ -201,4 +203,56 @@ TEST_F(Reactors, ClearingByClassLeavesDerivedClasses) {
     EXPECT_TRUE(heard().empty());
     deleteKvRxClass(gDerivedReactorClass);
     deleteKvRxClass(gBaseReactorClass);
+}
+
+TEST_F(Reactors, AReactorMayUnloadTheModuleWhoseLoadItHears) {
+    std::u16string free = modulePath("krxfree.krx");
+    Reactor r("R");
+    // The proxy made right after the unload takes the memory of a proxy that is freed
+    // there: the load road, still running, must not write into it.
+    KvRxDynLoadModuleProxy* successor = nullptr;
+    r.hook = [&](const std::string& event, const char16_t* module) {
+        if (event != "loaded") return;
+        EXPECT_TRUE(linker()->unloadModule(module, false));
+        EXPECT_EQ(proxyOf(free), nullptr);
+        successor = KvRxDynLoadModuleProxy::makeProxy(nullptr);
+        successor->setInitialising(true);
+    };
+    linker()->addReactor(&r);
+    EXPECT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    ASSERT_NE(successor, nullptr);
+    EXPECT_TRUE(successor->initialising());
+    delete successor;
+    EXPECT_EQ(heard(), (std::vector<std::string>{"R willLoad krxfree.krx", "R loaded krxfree.krx",
+                                                 "R willUnload krxfree.krx", "R unloaded krxfree.krx"}));
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxfree mapped " + moduleDir().string(),
+                                                  "krxfree message 1", "krxfree message 2"}));
+    EXPECT_EQ(proxyOf(free), nullptr);
+    EXPECT_EQ(lumplatform::mappedImage(free), nullptr);
+    EXPECT_EQ(linker()->dependencyTracker().nodeCount(), 0);
+
+    // The same by application record; and a module unlocked and unloaded before its first
+    // message never gets one, and its load fails.
+    KvoreAppInfo info;
+    info.setAppName(u"FreeApp");
+    info.setModuleName(free.c_str());
+    info.setLoadReason(KvoreApp::kOnRequest);
+    EXPECT_TRUE(linker()->loadAppFromInfo(&info, KvoreApp::kOnRequest, false, false));
+    EXPECT_EQ(proxyOf(free), nullptr);
+    delete successor;
+    heard();
+    events();
+    r.hook = [&](const std::string& event, const char16_t* module) {
+        if (event != "willLoad") return;
+        linker()->unlockApplication(proxyOf(module));
+        EXPECT_TRUE(linker()->unloadModule(module, false));
+    };
+    EXPECT_FALSE(linker()->loadModule(free.c_str(), false, false));
+    EXPECT_EQ(heard(), (std::vector<std::string>{"R willLoad krxfree.krx", "R willUnload krxfree.krx",
+                                                 "R unloaded krxfree.krx", "R loadAborted krxfree.krx"}));
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxfree mapped " + moduleDir().string(),
+                                                  "krxfree message 2"}));
+    EXPECT_EQ(proxyOf(free), nullptr);
+    EXPECT_EQ(linker()->loadedModuleCount(), 0);
+    EXPECT_EQ(linker()->dependencyTracker().nodeCount(), 0);
 }

@@ -233,3 +233,59 @@ TEST_F(ModuleTest, WhatAModuleRegistersInItsFirstMessageIsItsUntilItsUnload) {
     EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);
     EXPECT_FALSE(mapped(owner));
 }
+
+TEST_F(ModuleTest, AModuleThatADependencyLeftWithoutReferencesStillUnloads) {
+    std::u16string free = modulePath("krxfree.krx");
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    KvRxDynLoadModuleProxy* proxy = proxyOf(free);
+    ASSERT_NE(proxy, nullptr);
+    events();
+    // A holder takes a dependency, the host drops its load, the holder lets go: the
+    // count the dependency leaves is 0 and the module is told.
+    KvRxService held;
+    held.setSysInfo(proxy);
+    held.addDependency();
+    EXPECT_FALSE(linker()->unloadModule(free.c_str(), false));
+    held.removeDependency();
+    EXPECT_EQ(proxy->refCount(), 0);
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 11"});
+
+    // A further load finds the same module: one more reference, no first message.
+    EXPECT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    EXPECT_EQ(proxyOf(free), proxy);
+    EXPECT_EQ(proxy->refCount(), 1);
+    EXPECT_TRUE(events().empty());
+    EXPECT_EQ(linker()->loadedModuleCount(), 1);
+
+    held.addDependency();
+    EXPECT_FALSE(linker()->unloadModule(free.c_str(), false));
+    held.removeDependency();
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 11"});
+    // The next unload goes on from 0 and takes it down.
+    EXPECT_TRUE(linker()->unloadModule(free.c_str(), false));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 2"});
+    EXPECT_EQ(proxyOf(free), nullptr);
+    EXPECT_FALSE(mapped(free));
+
+    // So does a forced quit of everything, with its quit message first.
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    proxy = proxyOf(free);
+    held.setSysInfo(proxy);
+    held.addDependency();
+    EXPECT_FALSE(linker()->unloadModule(free.c_str(), false));
+    held.removeDependency();
+    events();
+    linker()->unloadAllKrxModule(true, true);
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxfree message 8", "krxfree message 2"}));
+    // Waiting for its release after the quit: not unloaded twice, and a new load gets a
+    // proxy of its own.
+    EXPECT_FALSE(linker()->unloadModule(free.c_str(), false));
+    EXPECT_TRUE(events().empty());
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 1"});
+    KvRxDynLoadModuleProxy* again = proxyOf(free);
+    ASSERT_NE(again, nullptr);
+    EXPECT_NE(again, proxy);
+    EXPECT_TRUE(linker()->unloadModule(free.c_str(), false));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 2"});
+}

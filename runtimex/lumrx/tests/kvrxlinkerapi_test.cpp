@@ -209,6 +209,45 @@ TEST_F(LinkerApi, ListFilesAndStartupRecords) {
     EXPECT_EQ(kvrxUnregisterApp(u"AtStart"), KvoreApp::eOk);
 }
 
+TEST_F(LinkerApi, MessagesAboutTheFileNameItsFullName) {
+    std::filesystem::create_directories(dir / "sub");
+    write("sub/junk.krx", "not an image");
+    std::string pe(0x200, '\0');
+    pe[0] = 'M', pe[1] = 'Z', pe[0x3C] = char(0x80);
+    pe[0x80] = 'P', pe[0x81] = 'E', pe[0x84] = char(0x64), pe[0x85] = char(0x86);
+    write("sub/windows.krx", pe);
+    std::filesystem::copy_file(moduleDir() / "krxnoversion.krx", dir / "sub" / "noversion.krx");
+    for (const char* file : {"junk.krx", "windows.krx", "noversion.krx"}) {
+        std::string given = (dir / "sub" / "." / file).string();
+        std::string full = (std::filesystem::canonical(dir) / "sub" / file).string();
+        std::u16string remote = u"remote:" + lumtest::u16(file);
+        host.remoteFiles[remote] = lumtest::u16(given);
+        EXPECT_FALSE(linker()->loadModule(remote.c_str(), true, false)) << file;
+        std::vector<std::string> messages = shown();
+        ASSERT_EQ(messages.size(), 2u) << file;
+        // The file's own message has the full name; the failure names the module as given.
+        EXPECT_NE(messages[0].find(full), std::string::npos) << messages[0];
+        EXPECT_EQ(messages[0].find("/./"), std::string::npos) << messages[0];
+        EXPECT_NE(messages[1].find(given), std::string::npos) << messages[1];
+    }
+}
+
+TEST_F(LinkerApi, AListThatCannotBeReadIsFalseAndLoadsNothing) {
+    // A folder by the list's name, and a file this process may not read.
+    std::u16string listed = modulePath("krxgood.krx");
+    std::filesystem::create_directories(dir / "folder.lst" / "krxgood");
+    host.files[u"folder.lst"] = lumtest::u16((dir / "folder.lst").string());
+    host.files[u"krxgood"] = listed;
+    EXPECT_FALSE(linker()->loadListedModules(u"folder.lst"));
+    EXPECT_FALSE(kvrxAppIsLoaded(listed.c_str()));
+    write("locked.lst", "krxgood\n");
+    std::filesystem::permissions(dir / "locked.lst", std::filesystem::perms::none);
+    host.files[u"locked.lst"] = lumtest::u16((dir / "locked.lst").string());
+    if (std::ifstream(dir / "locked.lst").good()) GTEST_SKIP() << "a privileged process reads it";
+    EXPECT_FALSE(linker()->loadListedModules(u"locked.lst"));
+    EXPECT_FALSE(kvrxAppIsLoaded(listed.c_str()));
+}
+
 TEST_F(LinkerApi, FlatFunctionsAndMessages) {
     std::u16string free = modulePath("krxfree.krx"), locked = modulePath("krxgood.krx");
     ASSERT_TRUE(kvrxLoadModule(free.c_str(), false, false));

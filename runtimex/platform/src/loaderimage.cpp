@@ -5,6 +5,7 @@
 #include <dlfcn.h>
 #include <cstdint>
 #include <cstring>
+#include <strings.h>
 #include <elf.h>
 #include <fcntl.h>
 #include <link.h>
@@ -15,11 +16,18 @@ namespace lumplatform {
 
 // True if the header has the process's own format (class, byte order, machine) and
 // is a shared object or position-independent executable.
+static const ElfW(Ehdr)* ownHeader() {
+    Dl_info self{};
+    return dladdr(reinterpret_cast<void*>(&ownHeader), &self)
+               ? static_cast<const ElfW(Ehdr)*>(self.dli_fbase)
+               : nullptr;
+}
+
 static bool isOwnFormat(const ElfW(Ehdr)& header) {
-    // The header of the object holding this code, as mapped, is the process's format.
-    Dl_info self;
-    if (!dladdr(reinterpret_cast<void*>(&isOwnFormat), &self)) return false;
-    const auto* own = static_cast<const ElfW(Ehdr)*>(self.dli_fbase);
+    // The header of the object holding this code, as mapped, is the process's format;
+    // that object stays mapped as long as this code runs.
+    static const ElfW(Ehdr)* const own = ownHeader();
+    if (!own) return false;
     return std::memcmp(header.e_ident, own->e_ident, EI_VERSION) == 0 &&
            header.e_machine == own->e_machine && header.e_type == ET_DYN &&
            header.e_phentsize == sizeof(ElfW(Phdr));
@@ -107,7 +115,12 @@ static std::u16string mappedDependency(const char* name) {
     return path.empty() ? fromUtf8(name) : path;
 }
 
-std::vector<ImageDependency> imageDependencies(void* handle) {
+static bool endsWithNoCase(const char* name, const char* suffix) {
+    size_t n = std::strlen(name), k = std::strlen(suffix);
+    return n >= k && strcasecmp(name + n - k, suffix) == 0;
+}
+
+std::vector<ImageDependency> imageDependencies(void* handle, const char* suffix) {
     std::vector<ImageDependency> dependencies;
     const link_map* map = linkMap(handle);
     const char* strings = map && map->l_ld ? stringTable(map) : nullptr;
@@ -115,6 +128,7 @@ std::vector<ImageDependency> imageDependencies(void* handle) {
     for (const ElfW(Dyn)* d = map->l_ld; d->d_tag != DT_NULL; ++d)
         if (d->d_tag == DT_NEEDED) {
             const char* name = strings + d->d_un.d_val;
+            if (suffix && !endsWithNoCase(name, suffix)) continue;
             dependencies.push_back({fromUtf8(name), mappedDependency(name)});
         }
     return dependencies;

@@ -13,7 +13,6 @@
 
 #include <cctype>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -81,6 +80,19 @@ std::vector<std::u16string> listFileLines(const std::string& content) {
     return lines;
 }
 
+// The bytes of the file at `path`; false if it can't be opened or read through (a
+// folder, a file without read access, an error of the device).
+bool readListFile(const char16_t* path, std::string& content) {
+    std::ifstream in(lumplatform::toUtf8(path), std::ios::binary);
+    if (!in) return false;
+    // Reading through the stream, not its buffer: the stream turns a failed read into
+    // its bad state instead of passing the buffer's exception on.
+    char block[4096];
+    while (in.read(block, sizeof block) || in.gcount() > 0)
+        content.append(block, size_t(in.gcount()));
+    return !in.bad();
+}
+
 bool isComment(const std::u16string& line) {
     return line.compare(0, 1, u";") == 0 || line.compare(0, 2, u"//") == 0;
 }
@@ -107,9 +119,11 @@ bool KvRxDynamicLinkerImp::loadAppFromInfo(KvoreAppInfo* info, KvoreApp::LoadRea
     if (reason == KvoreApp::kOnStartup && findRxModuleProxyByModuleName(moduleName, false))
         return true;
     if (!loadModule(moduleName, verbose, asCommand)) return false;
-    KvRxDynLoadModuleProxy* proxy = findRxModuleProxyByModuleName(moduleName, true);
-    proxy->setAppName(info->appName());
-    proxy->setLoadReason(info->loadReason());
+    // A reactor may have unloaded the module again while it heard of the load.
+    if (KvRxDynLoadModuleProxy* proxy = findRxModuleProxyByModuleName(moduleName, false)) {
+        proxy->setAppName(info->appName());
+        proxy->setLoadReason(info->loadReason());
+    }
     return true;
 }
 
@@ -120,9 +134,8 @@ bool KvRxDynamicLinkerImp::loadListedModules(const char16_t* listFileName) {
     if (!listFileName || !*listFileName) return false;
     char16_t found[LUM_MAX_PATH] = {};
     if (host->findFile(found, int(LUM_MAX_PATH), listFileName, nullptr, 7) != 0) return false;
-    std::ifstream in(lumplatform::toUtf8(found), std::ios::binary);
-    if (!in) return false;
-    std::string content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::string content;
+    if (!readListFile(found, content)) return false;
     bool result = true;
     for (const std::u16string& line : listFileLines(content)) {
         if (isComment(line)) continue;

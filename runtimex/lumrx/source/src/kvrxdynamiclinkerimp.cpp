@@ -100,6 +100,25 @@ private:
     KvRxDynLoadModuleProxy* m_previous;
 };
 
+// Keeps a proxy alive while the load road that made it runs: a reactor may unload
+// the module meanwhile, and the flush then leaves the object to this road, which
+// deletes it when it ends.
+class LoadRoadHold {
+public:
+    explicit LoadRoadHold(KvRxDynLoadModuleProxy* proxy) : m_proxy(proxy) {
+        m_proxy->setHeldByLoad(true);
+    }
+    ~LoadRoadHold() {
+        m_proxy->setHeldByLoad(false);
+        if (m_proxy->flushed()) delete m_proxy;
+    }
+    LoadRoadHold(const LoadRoadHold&) = delete;
+    LoadRoadHold& operator=(const LoadRoadHold&) = delete;
+
+private:
+    KvRxDynLoadModuleProxy* m_proxy;
+};
+
 }  // namespace
 
 KvDbHostRuntime* kvrxHostRuntime() {
@@ -204,26 +223,25 @@ bool KvRxDynamicLinkerImp::anyNonMdiModule() const {
 }
 
 bool KvRxDynamicLinkerImp::inTable(KvRxDynLoadModuleProxy* proxy) const {
-    KvRxDictionaryIterator* it = modules->newIterator(kDictById);
-    bool found = false;
-    for (; !found && !it->done(); it->next()) found = it->object() == proxy;
-    delete it;
-    return found;
+    return m_index.holds(proxy);
+}
+
+// The table takes `proxy` under `key`, and the index with it.
+void KvRxDynamicLinkerImp::storeModule(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
+    unsigned id = 0;
+    modules->atPut(key.c_str(), proxy, id);
+    m_index.put(key, proxy);
 }
 
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::findRxModuleProxyByModuleName(
     const char16_t* name, bool mustExist) const {
-    KvRxObject* entry = nullptr;
+    KvRxDynLoadModuleProxy* proxy = nullptr;
     if (name && *name) {
         std::u16string full = fullFileName(name);
-        if (!full.empty()) entry = modules->at(full.c_str());
+        if (!full.empty()) proxy = m_index.find(full);
     }
-    if (!entry) {
-        if (mustExist) KvRxModuleGlobal::fatalError(u"Cannot find module: \"%s\"", name ? name : u"");
-        return nullptr;
-    }
-    auto* proxy = KvRxDynLoadModuleProxy::cast(entry);
-    if (!proxy) KvRxModuleGlobal::fatalStatus();
+    if (!proxy && mustExist)
+        KvRxModuleGlobal::fatalError(u"Cannot find module: \"%s\"", name ? name : u"");
     return proxy;
 }
 
@@ -251,31 +269,38 @@ bool KvRxDynamicLinkerImp::isModuleLoaded(const char16_t* moduleName) {
 
 bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bool asCommand) {
     if (!fileName || !*fileName) return false;
-    std::u16string name;
+    std::u16string name, full;
     if (!kvrxResolveModuleName(fileName, name)) return false;
     if (!kvdbHostApplicationServices()->isRemoteName(fileName)) {
+        // The search gives the full file name, which is the table key already.
         name = lumplatform::searchFile(name);
         if (name.empty()) return false;
+        if (name.size() < LUM_MAX_PATH) full = name;
+    } else {
+        full = fullFileName(name.c_str());
     }
-    KvRxDynLoadModuleProxy* proxy = openModule(name, verbose, asCommand);
+    bool fresh = false;
+    KvRxDynLoadModuleProxy* proxy = openModule(name, full, verbose, asCommand, fresh);
     if (!proxy) return asCommand && isModuleLoaded(name.c_str());
-    if (proxy->refCount() > 1) return true;  // loaded already: one more reference
-    unsigned id = 0;
-    modules->atPut(fullFileName(proxy->moduleName()).c_str(), proxy, id);
+    if (!fresh) return true;  // loaded already: one more reference
+    storeModule(full, proxy);
     DepthScope depth(loadDepth);
     return initModule(proxy, verbose);
 }
 
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
-// freshly opened image with its first; null if the module can't be opened.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name, bool verbose,
-                                                         bool asCommand) {
-    std::u16string full = fullFileName(name.c_str());
+// freshly opened image with its first (`fresh` says which); null if the module can't
+// be opened.
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& name,
+                                                         const std::u16string& full, bool verbose,
+                                                         bool asCommand, bool& fresh) {
+    fresh = false;
     if (full.empty()) return nullptr;
-    auto* existing = KvRxDynLoadModuleProxy::cast(modules->at(full.c_str()));
+    KvRxDynLoadModuleProxy* existing = m_index.find(full);
     // A proxy whose unload has begun is on its way out: a new load gets a proxy of its
-    // own, which keeps the table entry when the old one is flushed.
-    if (existing && existing->refCount() <= 0) existing = nullptr;
+    // own, which keeps the table entry when the old one is flushed. Its count alone
+    // doesn't tell: service dependencies move it too.
+    if (existing && existing->goingOut()) existing = nullptr;
     if (void* mapped = lumplatform::mappedImage(full)) {
         std::u16string path = lumplatform::imagePath(mapped);
         if (path.empty()) {
@@ -296,12 +321,16 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& n
         }
         // Mapped by the system, e.g. as another module's import: it gets its proxy now.
     }
-    return openImage(name, verbose, asCommand);
+    KvRxDynLoadModuleProxy* proxy = openImage(name, full, verbose, asCommand);
+    fresh = proxy != nullptr;
+    return proxy;
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
-// kept) if the image fails to load, lacks an entry point or has the wrong version.
-KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name, bool verbose,
+// kept) if the image fails to load, lacks an entry point or has the wrong version. The
+// messages about the file itself name it by its full name `full`.
+KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name,
+                                                        const std::u16string& full, bool verbose,
                                                         bool asCommand) {
     using namespace KvRxLinkerMessage;
     KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::makeProxy(nullptr);
@@ -317,9 +346,9 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
         } else if (error == lumplatform::kImageNotLoadable) {
             unsigned machine = lumplatform::probeImageMachine(name);
             if (machine == 0x0200 || machine == lumplatform::kMachineAmd64)
-                showMessage(kOtherMachine, text, productName(), productName());
+                showMessage(kOtherMachine, full.c_str(), productName(), productName());
             else
-                showMessage(kNotAModule, text);
+                showMessage(kNotAModule, full.c_str());
         }
         showMessage(kLoadFailed, text);
         return nullptr;
@@ -339,7 +368,7 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
             if (refusal == kWrongApiVersion)
                 showMessage(refusal, text, productName());
             else
-                showMessage(refusal, text);
+                showMessage(refusal, refusal == kNotAModule ? full.c_str() : text);
             showMessage(kLoadFailed, text);
         }
         return nullptr;
@@ -353,8 +382,15 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
 bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbose) {
     KvDbHostRuntime* runtime = kvrxHostRuntime();
     if (!runtime) return false;
-    std::u16string name = proxy->moduleName();  // the proxy may be gone before the last report
+    LoadRoadHold hold(proxy);
+    std::u16string name = proxy->moduleName();
     notify(&KvRxDLinkerReactor::rxAppWillBeLoaded, name.c_str());
+    if (proxy->goingOut()) {
+        // A reactor unloaded the module before its first message: the load ends there.
+        notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
+        recordModuleEvent(name.c_str(), u"load failure");
+        return false;
+    }
     m_tracker->beginLoad(proxy);
     bool started;
     {
@@ -416,9 +452,9 @@ bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCom
                                        bool quitting) {
     // A pointer from an older list may name a proxy that is gone: it is only compared.
     if (!proxy || !inTable(proxy)) return false;
-    // One whose unload has run already waits for its release (after a quit, until the
-    // linker goes): it has no reference left to drop.
-    if (proxy->refCount() <= 0) return false;
+    // One whose unload has begun is on its way out (after a quit it waits for its
+    // release until the linker goes): it has no reference left to drop.
+    if (proxy->goingOut()) return false;
     if (proxy->locked() || proxy->inMessage()) {
         KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kUnloadRefused, proxy->moduleName());
         return false;
@@ -431,11 +467,15 @@ bool KvRxDynamicLinkerImp::unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCom
 // a released image.
 bool KvRxDynamicLinkerImp::finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy,
                                         bool quitting) {
+    // One on its way out already (unloaded by a reactor during its own load) has no
+    // reference left to drop.
+    if (proxy->goingOut()) return false;
     if (proxy->release() > 0) return false;
     if (!m_tracker->canUnload(proxy)) {
         proxy->addRef();
         return !asCommand;
     }
+    proxy->setGoingOut();
     if (quitting) proxy->sendMessageToApp(KvRx::kQuitMsg, proxy);
     std::u16string name = proxy->moduleName() ? proxy->moduleName() : u"";
     recordModuleEvent(name.c_str(), u"unload");
@@ -476,9 +516,16 @@ void KvRxDynamicLinkerImp::flushPendingModules() {
     while (!pendingDelete->isEmpty()) {
         auto* proxy = KvRxDynLoadModuleProxy::cast(pendingDelete->removeHead());
         proxy->unloadImage();
-        std::u16string key = fullFileName(proxy->moduleName());
-        if (modules->at(key.c_str()) == proxy) modules->remove(key.c_str());
-        delete proxy;
+        // Not in the table any more if a newer load of the module took its key over.
+        std::u16string key = m_index.keyOf(proxy);
+        if (!key.empty()) {
+            modules->remove(key.c_str());
+            m_index.remove(key, proxy);
+        }
+        if (proxy->heldByLoad())
+            proxy->setFlushed();
+        else
+            delete proxy;
     }
 }
 

@@ -1,7 +1,7 @@
 // The dynamic linker's one implementation.
 //
 // Owns: `modules` (the table of modules' proxies, keyed by full file name) and the
-// proxies in it; `pendingDelete` (unloaded proxies whose library waits for the
+// proxies in it, with `m_index` beside it (kvrxmoduleindex.h, changed with it); `pendingDelete` (unloaded proxies whose library waits for the
 // outermost unload; they stay in `modules` until then); the dependency tracker; and the
 // kernel's own proxy, which it deletes with itself. Reactors are not owned.
 //
@@ -11,6 +11,7 @@
 #pragma once
 
 #include "kvrxdynamiclinker.h"
+#include "kvrxmoduleindex.h"
 
 #include <string>
 
@@ -100,8 +101,11 @@ private:
     bool anyNonMdiModule() const;
     bool inTable(KvRxDynLoadModuleProxy* proxy) const;
 
-    KvRxDynLoadModuleProxy* openModule(const std::u16string& name, bool verbose, bool asCommand);
-    KvRxDynLoadModuleProxy* openImage(const std::u16string& name, bool verbose, bool asCommand);
+    void storeModule(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
+    KvRxDynLoadModuleProxy* openModule(const std::u16string& name, const std::u16string& full,
+                                       bool verbose, bool asCommand, bool& fresh);
+    KvRxDynLoadModuleProxy* openImage(const std::u16string& name, const std::u16string& full,
+                                      bool verbose, bool asCommand);
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);
     bool unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand, bool quitting);
     bool finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy, bool quitting);
@@ -113,6 +117,7 @@ private:
                          KvRx::AppMsgCode code, void* packet);
 
     KvRxDictionary* modules;
+    KvRxModuleIndex m_index;  // the keys of `modules`, hashed
     KvRxLinkedList* pendingDelete;
     KvArray<KvRxDLinkerReactor*> reactors;
     KvRxModuleDependencyTracker* m_tracker;

@@ -22,7 +22,8 @@ KvRxDynLoadModuleProxy::KvRxDynLoadModuleProxy(void* handle)
     : m_kdsData(nullptr), m_dependencyNode(nullptr), m_moduleHandle(handle),
       m_moduleName(nullptr), m_appName(nullptr), m_loadReason(KvoreApp::kDisabled),
       m_refCount(0), m_locked(true), m_inMessage(false), m_mdiAware(false), m_ownsImage(false),
-      m_nestedLoad(false), m_loadOrigin(0), m_initialising(false) {}
+      m_nestedLoad(false), m_loadOrigin(0), m_initialising(false), m_goingOut(false),
+      m_heldByLoad(false), m_flushed(false) {}
 
 KvRxDynLoadModuleProxy::~KvRxDynLoadModuleProxy() {
     unloadImage();

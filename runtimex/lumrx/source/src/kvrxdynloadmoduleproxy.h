@@ -1,7 +1,8 @@
 // The record of one loaded module, and the module's identity towards itself.
 // Owns its names (from _lumStrdup), its KDS record (from _lumMalloc) and, after a
-// successful loadImage, a reference to its image. The linker owns the proxies it makes;
-// the dependency tracker owns the node the proxy points to.
+// successful loadImage, a reference to its image. The linker owns the proxies it makes
+// (a proxy flushed while its load road runs belongs to that road until it ends); the
+// dependency tracker owns the node the proxy points to.
 #pragma once
 
 #include "kvore.h"
@@ -79,6 +80,16 @@ public:
     void setDependencyNode(KvRxDependencyNode* node) { m_dependencyNode = node; }
     // Neither locked nor in a message, and no reference left.
     bool isUnloadable() const { return !m_locked && !m_inMessage && m_refCount == 0; }
+    // Set once the linker's unload has passed its guards: the module is on its way out
+    // (its unload under way, or waiting for its release), whatever its count says.
+    bool goingOut() const { return m_goingOut; }
+    void setGoingOut() { m_goingOut = true; }
+    // Set while the load road that made the proxy runs: the linker's flush then releases
+    // the image and the table entry but leaves the object to that road (`flushed`).
+    bool heldByLoad() const { return m_heldByLoad; }
+    void setHeldByLoad(bool value) { m_heldByLoad = value; }
+    bool flushed() const { return m_flushed; }
+    void setFlushed() { m_flushed = true; }
 
     // Loads the image named by moduleName with the module's directory current for the
     // call. 0 on success or if an image is there already, -1 without a name, else the
@@ -111,4 +122,7 @@ private:
     bool m_nestedLoad;
     uint8_t m_loadOrigin;
     bool m_initialising;
+    bool m_goingOut;
+    bool m_heldByLoad;
+    bool m_flushed;
 };

@@ -145,7 +145,9 @@ void KvRxModuleDependencyTracker::scanImports(KvRxDynLoadModuleProxy* proxy) {
     KvRxDynamicLinkerImp* dynamicLinker = linker();
     if (!dynamicLinker) return;
     KvRxDependencyNode* node = createNode(proxy);
-    for (const lumplatform::ImageDependency& import : lumplatform::imageDependencies(proxy->moduleHandle())) {
+    // Only imports named like modules matter; the others aren't even looked up.
+    for (const lumplatform::ImageDependency& import :
+         lumplatform::imageDependencies(proxy->moduleHandle(), ".krx")) {
         if (!endsWithKrx(import.name) || import.name.size() > kImportNameUnits) continue;
         // Found by the path of what the system mapped; reported by the image's own name.
         const char16_t* importName = import.name.c_str();

@@ -24,8 +24,9 @@ struct ImageDependency {
     std::u16string name;  // as the image gives it
     std::u16string path;  // full path of the object mapped for it; `name` if none is
 };
-// The image's own dependencies, in the image's order.
-std::vector<ImageDependency> imageDependencies(void* handle);
+// The image's own dependencies, in the image's order; with `suffix`, only those whose
+// name ends in it (any case), so that the others cost no look-up.
+std::vector<ImageDependency> imageDependencies(void* handle, const char* suffix = nullptr);
 
 // Finds a file: a name with a separator as it is; a bare name in the directory of the
 // running program, the current directory, each entry of LUMRX_PATH, then of PATH.

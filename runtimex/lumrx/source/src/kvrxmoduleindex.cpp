@@ -1,0 +1,34 @@
+#include "kvrxmoduleindex.h"
+
+#include "lumplatform/text.h"
+
+std::u16string KvRxModuleIndex::folded(const std::u16string& key) {
+    std::u16string out(key);
+    for (char16_t& c : out)
+        c = c < 0x80 ? (c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c) : lumplatform::foldCaseUnit(c);
+    return out;
+}
+
+void KvRxModuleIndex::put(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
+    KvRxDynLoadModuleProxy*& slot = m_byKey[folded(key)];
+    if (slot) m_keys.erase(slot);
+    slot = proxy;
+    m_keys[proxy] = key;
+}
+
+void KvRxModuleIndex::remove(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
+    auto at = m_byKey.find(folded(key));
+    if (at == m_byKey.end() || at->second != proxy) return;
+    m_byKey.erase(at);
+    m_keys.erase(proxy);
+}
+
+KvRxDynLoadModuleProxy* KvRxModuleIndex::find(const std::u16string& key) const {
+    auto at = m_byKey.find(folded(key));
+    return at == m_byKey.end() ? nullptr : at->second;
+}
+
+std::u16string KvRxModuleIndex::keyOf(const KvRxDynLoadModuleProxy* proxy) const {
+    auto at = m_keys.find(proxy);
+    return at == m_keys.end() ? std::u16string() : at->second;
+}

@@ -1,0 +1,34 @@
+// The linker's index beside its module table: the table key (the full file name, any
+// case) of each proxy in the table, and back. The table itself is a dictionary that
+// compares keys one by one; the index answers the same questions by hashing.
+//
+// Invariant, kept by the linker at every change of the table (a module stored, a key
+// taken over by a newer load, an entry removed at the flush): `find(k)` is the object
+// the table holds under key `k`, and `holds(p)` is true exactly for the objects in the
+// table. Keys are folded unit by unit as the table's case-blind comparison folds them,
+// so two keys the table finds equal are one key here. Proxies are not owned.
+#pragma once
+
+#include <string>
+#include <unordered_map>
+
+class KvRxDynLoadModuleProxy;
+
+class KvRxModuleIndex {
+public:
+    // `proxy` is stored under `key`; a proxy held under that key before leaves.
+    void put(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
+    // The entry under `key` goes, if it is `proxy`.
+    void remove(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
+    KvRxDynLoadModuleProxy* find(const std::u16string& key) const;
+    // Compares only: `proxy` may name an object that is gone.
+    bool holds(const KvRxDynLoadModuleProxy* proxy) const { return m_keys.count(proxy) != 0; }
+    // The key `proxy` is stored under; empty if it isn't in the table.
+    std::u16string keyOf(const KvRxDynLoadModuleProxy* proxy) const;
+
+private:
+    static std::u16string folded(const std::u16string& key);
+
+    std::unordered_map<std::u16string, KvRxDynLoadModuleProxy*> m_byKey;  // folded key
+    std::unordered_map<const KvRxDynLoadModuleProxy*, std::u16string> m_keys;  // as stored
+};
