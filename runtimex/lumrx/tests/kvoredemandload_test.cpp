@@ -213,20 +213,28 @@ TEST_F(DemandLoad, RecordOfALoadedModuleIsLeftOut) {
     EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
 }
 
-TEST_F(DemandLoad, EmptyNamesFindNothingInARecord) {
+TEST_F(DemandLoad, EmptyNamesInARecord) {
     KvoreRegisterKrxInfo info(u"App");
     auto* group = new KvoreKrxRegCmdGroup(u"G");
     info.addGroup(new KvoreKrxRegCmdGroup(nullptr));
     info.addGroup(group);
-    group->addCommand(new KvoreKrxRegCommand(u"", u"_NAMELESS"));
+    EXPECT_EQ(info.findCommand(nullptr, u""), nullptr) << "no command yet";
+    auto* nameless = new KvoreKrxRegCommand(u"", u"_NAMELESS");
+    group->addCommand(nameless);
     EXPECT_EQ(info.findGroup(u"g"), group);
     EXPECT_EQ(info.findGroup(u""), nullptr);
-    EXPECT_EQ(info.findCommand(nullptr, u""), nullptr);
-    EXPECT_NE(info.findCommand(nullptr, u"_nameless"), nullptr);
+    // An empty command name is a name like any other: it finds the command stored
+    // under the empty value name, also in a group named, and a null one reads as empty.
+    EXPECT_EQ(info.findCommand(nullptr, u""), nameless);
+    EXPECT_EQ(info.findCommand(u"G", u""), nameless);
+    EXPECT_EQ(info.findCommand(nullptr, nullptr), nameless);
+    EXPECT_EQ(info.findCommand(u"OTHER", u""), nullptr);
+    EXPECT_EQ(info.findCommand(nullptr, u"_nameless"), nameless);
     auto* byName = new KvoreKrxRegCommand(u"_VALUE", u"_OTHER");
     group->addCommand(byName);
     group->addCommand(new KvoreKrxRegCommand(u"NAME", u"_VALUE"));
     EXPECT_EQ(info.findCommand(u"G", u"_value"), byName) << "a name goes before a value";
+    EXPECT_EQ(info.findCommand(u"G", u""), nameless);
 }
 
 }  // namespace
