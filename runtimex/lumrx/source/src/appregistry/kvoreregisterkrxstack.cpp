@@ -68,7 +68,10 @@ KvoreKrxRegCommand* KvoreRegisterKrxInfo::findCommand(const char16_t* groupName,
     return command;
 }
 
-void KvoreRegisterKrxInfo::addGroup(KvoreKrxRegCmdGroup* group) { m_groups->prepend(group); }
+void KvoreRegisterKrxInfo::addGroup(KvoreKrxRegCmdGroup* group) {
+    m_groups->prepend(group);
+    kvoreTreeChanged();
+}
 
 void KvoreRegisterKrxInfo::merge(KvoreRegisterKrxInfo* other) {
     while (!other->m_groups->isEmpty()) {
@@ -97,6 +100,7 @@ KvRxClass* KvoreRegisterKrxStack::isA() const {
 void KvoreRegisterKrxStack::addInfo(KvoreRegisterKrxInfo* info) {
     m_infos->prepend(info);
     ++m_infoCount;
+    kvoreTreeChanged();
 }
 
 KvoreRegisterKrxInfo* KvoreRegisterKrxStack::findInfo(const char16_t* appName) const {
