@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <string>
@@ -431,6 +432,57 @@ TEST_F(RegistryStore, ChangeCounterMovesWithEveryWriterAndOnlyThen) {
         ASSERT_EQ(registryChangeCounter(kUser, after), kRegistryOk);
         EXPECT_NE(after, before);
     }
+}
+
+// A poll that finds nothing doesn't look at the file; it must still see a write that
+// reaches the hive's content by any road: a hard link elsewhere, the real file behind a
+// symbolic link, a file renamed over the hive, a folder made where the hive file was.
+TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
+    fs::path other = folder / "other", real = folder / "real";
+    fs::create_directories(other);
+    fs::create_directories(real);
+    auto toolOn = [&](const fs::path& file, const std::string& arguments) {
+        std::string command = "LUMRX_REGISTRY_USER='" + file.string() + "' '" + LUMRX_REG_TOOL + "' " +
+                              arguments + " >/dev/null 2>&1";
+        return std::system(command.c_str()) == 0;
+    };
+    auto unchangedThenChangedBy = [&](const std::function<bool()>& write) {
+        uint64_t before = 0, again = 0, after = 0;
+        RegistryKey key;
+        EXPECT_EQ(registryChangeCounter(kUser, before), kRegistryOk);
+        EXPECT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk) << "reading changes nothing";
+        EXPECT_EQ(registryChangeCounter(kUser, again), kRegistryOk);
+        EXPECT_EQ(again, before);
+        EXPECT_TRUE(write());
+        EXPECT_EQ(registryChangeCounter(kUser, after), kRegistryOk);
+        EXPECT_NE(after, before);
+        EXPECT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    };
+    ASSERT_TRUE(tool("add '\\Lumora'"));
+
+    fs::create_hard_link(userFile, other / "link.db");
+    unchangedThenChangedBy([&] { return toolOn(other / "link.db", "add '\\Lumora' /v hard /d 1"); });
+
+    fs::rename(userFile, real / "user.db");
+    fs::create_symlink(real / "user.db", userFile);
+    unchangedThenChangedBy([&] { return toolOn(real / "user.db", "add '\\Lumora' /v real /d 1"); });
+
+    ASSERT_TRUE(toolOn(other / "new.db", "add '\\Lumora\\New'"));
+    unchangedThenChangedBy([&] {
+        fs::rename(other / "new.db", userFile);
+        return true;
+    });
+    RegistryKey key;
+    EXPECT_EQ(key.open(kUser, u"\\Lumora\\New", RegistryAccess::read), kRegistryOk);
+
+    fs::path hiveFolder = folder / "hive";
+    setenv("LUMRX_REGISTRY_USER", hiveFolder.c_str(), 1);
+    ASSERT_TRUE(tool("add '\\Lumora'"));
+    fs::path moved = folder / "hive.db";
+    fs::rename(hiveFolder, moved);
+    fs::create_directories(hiveFolder);
+    fs::copy_file(moved, hiveFolder / "registry.db");
+    unchangedThenChangedBy([&] { return tool("add '\\Lumora' /v inside /d 1"); });
 }
 
 TEST_F(RegistryStore, BatchLandsWholeOrNotAtAll) {

@@ -363,7 +363,7 @@ RegistryStatus registryChangeCounter(RegistryHive hive, uint64_t& counter) {
     std::shared_ptr<HiveStore> store;
     RegistryStatus s = HiveStore::forHive(hive, store);
     if (s == kRegistryOk) s = store->connect(false);
-    if (s == kRegistryOk) s = store->changeCounter(counter);
+    if (s == kRegistryOk) s = store->changeCounterAfterForHive(counter);
     return s;
 }
 

@@ -53,6 +53,8 @@ public:
     // tables succeeds and sees it empty; writing makes the file and tables.
     RegistryStatus connect(bool forWrite);
     RegistryStatus changeCounter(uint64_t& counter);
+    // The same, for a caller that has just read the folder watch's events (forHive).
+    RegistryStatus changeCounterAfterForHive(uint64_t& counter);
 
     // A read transaction, unless one is open (a batch) or there is no file: false then.
     bool beginRead();
@@ -85,6 +87,7 @@ private:
     RegistryStatus exec(const char* sql);
     sqlite3_stmt* statement(const char* sql);
     RegistryStatus failure(int rc) const;
+    RegistryStatus changeCounterAt(uint64_t events, uint64_t& counter);
 
     std::string m_path;
     sqlite3* m_db = nullptr;   // null until the file is opened
@@ -96,6 +99,8 @@ private:
     uint64_t m_generation;     // unique to this store in the process
     uint32_t m_changes = 0;    // changes seen: own writes, others' commits, reopening
     int64_t m_dataVersion = -1;  // last PRAGMA data_version read
+    bool m_watched = false;      // the folder watch covers this file (it stays so)
+    uint64_t m_versionEvents = 0;  // the folder watch's count before that read
 };
 
 // The reads of one call under one lock of the file, rather than a lock per statement.
