@@ -152,6 +152,51 @@ TEST_F(RegistryStore, EnumerationFollowsFoldedNamesForKeysAndFirstWriteForValues
     EXPECT_EQ(std::u16string(first, length), u"Ä");
 }
 
+// Key info tells the key as it is now, while a walk under way keeps what it started
+// with; a key opened again by its path is the key the path names now, also after
+// another process deleted it and made it anew.
+TEST_F(RegistryStore, InfoWalksAndReopenedPathsFollowOtherWriters) {
+    RegistryKey key;
+    for (const char16_t* path : {u"\\Set\\a", u"\\Set\\b", u"\\Set\\c"})
+        ASSERT_EQ(key.create(kUser, path), kRegistryOk);
+    ASSERT_EQ(key.open(kUser, u"\\Set", RegistryAccess::read), kRegistryOk);
+    RegistryKeyInfo info;
+    ASSERT_EQ(key.info(info), kRegistryOk);
+    EXPECT_EQ(info.subKeys, 3u);
+    ASSERT_TRUE(tool("add '\\Set\\longer'"));
+    EXPECT_EQ(subKeys(key), (std::vector<std::u16string>{u"a", u"b", u"c", u"longer"})) << "a walk after info";
+
+    char16_t name[16];
+    uint32_t length = 16;
+    ASSERT_EQ(key.subKeyAt(0, name, &length), kRegistryOk);
+    ASSERT_TRUE(tool("add '\\Set\\d'"));
+    ASSERT_EQ(key.info(info), kRegistryOk);
+    EXPECT_EQ(info.subKeys, 5u) << "the key as it is now";
+    EXPECT_EQ(info.longestSubKeyName, 6u);
+    std::vector<std::u16string> rest;
+    for (uint32_t i = 1;; ++i) {
+        length = 16;
+        if (key.subKeyAt(i, name, &length) != kRegistryOk) break;
+        rest.emplace_back(name, length);
+    }
+    EXPECT_EQ(rest, (std::vector<std::u16string>{u"b", u"c", u"longer"})) << "the walk as it began";
+    EXPECT_EQ(subKeys(key).size(), 5u);
+
+    RegistryKey value;
+    ASSERT_EQ(value.create(kUser, u"\\Set\\a"), kRegistryOk);
+    ASSERT_EQ(writeText(value, u"v", u"first"), kRegistryOk);
+    ASSERT_EQ(value.open(kUser, u"\\Set\\A", RegistryAccess::read), kRegistryOk);
+    ASSERT_TRUE(tool("delete '\\Set\\a' /f"));
+    ASSERT_TRUE(tool("add '\\Set\\a' /v v /d second"));
+    ASSERT_EQ(value.open(kUser, u"\\Set\\a", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(value, u"v"), u"second");
+    ASSERT_TRUE(tool("delete '\\Set\\a' /f"));
+    EXPECT_EQ(value.open(kUser, u"\\Set\\a", RegistryAccess::read), kRegistryNotFound);
+    ASSERT_EQ(key.open(kUser, u"\\Set", RegistryAccess::write), kRegistryOk);
+    ASSERT_EQ(key.deleteSubKey(u"b"), kRegistryOk);
+    EXPECT_EQ(value.open(kUser, u"\\Set\\b", RegistryAccess::read), kRegistryNotFound) << "deleted here";
+}
+
 TEST_F(RegistryStore, StatusesBuffersAndKeyInfo) {
     RegistryKey key, missing;
     EXPECT_EQ(missing.open(kUser, u"\\Nowhere", RegistryAccess::read), kRegistryNotFound);

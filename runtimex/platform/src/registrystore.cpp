@@ -449,6 +449,24 @@ RegistryStatus HiveStore::findChild(int64_t parent, const std::u16string& name, 
     return kRegistryOk;
 }
 
+RegistryStatus HiveStore::findKey(const std::vector<std::u16string>& names, int64_t& id) {
+    uint64_t now;
+    RegistryStatus s = changeCounterAfterForHive(now);
+    if (s != kRegistryOk) return s;
+    std::string path;
+    for (const std::u16string& name : names) path += foldBytes(name) + std::string(2, '\0');
+    if (m_keys.find(now, path, id)) return kRegistryOk;
+    ReadScope scope(*this);
+    int64_t found = kRootKey;
+    for (const std::u16string& name : names) {
+        s = findChild(found, name, found);
+        if (s != kRegistryOk) return s;
+    }
+    m_keys.remember(now, path, found);
+    id = found;
+    return kRegistryOk;
+}
+
 RegistryStatus HiveStore::addChild(int64_t parent, const std::u16string& name, int64_t& id) {
     Query q(statement(kAddChild));
     if (!q.prepared()) return failure(sqlite3_errcode(m_db));

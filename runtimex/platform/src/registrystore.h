@@ -16,6 +16,7 @@
 #pragma once
 
 #include "lumplatform/registry.h"
+#include "registrykeycache.h"
 
 #include <cstdint>
 #include <map>
@@ -66,6 +67,9 @@ public:
     RegistryStatus endBatch(bool keep);
 
     RegistryStatus findChild(int64_t parent, const std::u16string& name, int64_t& id);
+    // The key at the path of `names` below the root, for a caller that has just had the
+    // store from forHive; a path found lately is answered from the key cache.
+    RegistryStatus findKey(const std::vector<std::u16string>& names, int64_t& id);
     RegistryStatus addChild(int64_t parent, const std::u16string& name, int64_t& id);
     // kRegistryOk if the key is there, kRegistryKeyDeleted if not.
     RegistryStatus keyAlive(int64_t id);
@@ -101,6 +105,7 @@ private:
     int64_t m_dataVersion = -1;  // last PRAGMA data_version read
     bool m_watched = false;      // the folder watch covers this file (it stays so)
     uint64_t m_versionEvents = 0;  // the folder watch's count before that read
+    KeyPathCache m_keys;
 };
 
 // The reads of one call under one lock of the file, rather than a lock per statement.
