@@ -213,20 +213,65 @@ TEST_F(DemandLoad, RecordOfALoadedModuleIsLeftOut) {
     EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
 }
 
-TEST_F(DemandLoad, EmptyNamesFindNothingInARecord) {
+// The look-up answers from an index of the tree: it must follow every change made to
+// the tree, whichever way it comes, and keep the tree's order and case rules.
+TEST_F(DemandLoad, LookUpFollowsEveryChangeOfTheTree) {
+    import("machine", record("Draw", 4, {"DRAW", "SHAPE"}, {"LINE=_LINE", "\u00c4RC=_\u00c4RC"}) +
+                          record("Edit", 4, {"EDIT"}, {"MOVE=_MOVE"}));
+    ASSERT_TRUE(initDemandLoadKrxList());
+    EXPECT_EQ(apps(u"\u00e4rc"), Names{"Draw"}) << "folded beyond ASCII";
+    EXPECT_EQ(apps(u"shape._\u00e4rc"), Names{"Draw"});
+    EXPECT_EQ(apps(u"LINE"), Names{"Draw"}) << "once, though two groups offer it";
+
+    // A command added to a record handed out, and a group, are found at once.
+    KvArray<KvoreRegisterKrxInfo*> found;
+    ASSERT_TRUE(getRegisterKrxAppInfoList(u"MOVE", found, false) && found.length() == 1);
+    KvoreRegisterKrxInfo* edit = found[0];
+    auto* group = new KvoreKrxRegCmdGroup(u"EXTRA");
+    group->addCommand(new KvoreKrxRegCommand(u"ZOOM", u"_ZOOM"));
+    edit->addGroup(group);
+    EXPECT_EQ(apps(u"extra.zoom"), Names{"Edit"});
+    group->addCommand(new KvoreKrxRegCommand(u"LINE", u"_LINE2"));
+    EXPECT_EQ(apps(u"line"), (Names{"Edit", "Draw"})) << "the tree's order, not the index's";
+    group->clear();
+    EXPECT_EQ(apps(u"extra.zoom"), Names{});
+
+    // A refresh that merges into a record and one that adds a record.
+    import("machine", record("Draw", 4, {"DRAW"}, {"ARC=_ARC"}) + record("View", 4, {"VIEW"}, {"LINE=_VLINE"}));
+    EXPECT_TRUE(reLoadKrxListFromRegisterIfModified());
+    EXPECT_EQ(apps(u"draw.arc"), Names{"Draw"});
+    EXPECT_EQ(apps(u"LINE"), (Names{"View", "Draw"}));
+    EXPECT_EQ(apps(u"_vline"), Names{"View"});
+
+    // A new set-up without records has none of the old ones.
+    uninitDemandLoadKrxList();
+    std::filesystem::remove(m_folder + "/machine.db");
+    ASSERT_TRUE(initDemandLoadKrxList());
+    EXPECT_EQ(apps(u"LINE"), Names{});
+}
+
+TEST_F(DemandLoad, EmptyNamesInARecord) {
     KvoreRegisterKrxInfo info(u"App");
     auto* group = new KvoreKrxRegCmdGroup(u"G");
     info.addGroup(new KvoreKrxRegCmdGroup(nullptr));
     info.addGroup(group);
-    group->addCommand(new KvoreKrxRegCommand(u"", u"_NAMELESS"));
+    EXPECT_EQ(info.findCommand(nullptr, u""), nullptr) << "no command yet";
+    auto* nameless = new KvoreKrxRegCommand(u"", u"_NAMELESS");
+    group->addCommand(nameless);
     EXPECT_EQ(info.findGroup(u"g"), group);
     EXPECT_EQ(info.findGroup(u""), nullptr);
-    EXPECT_EQ(info.findCommand(nullptr, u""), nullptr);
-    EXPECT_NE(info.findCommand(nullptr, u"_nameless"), nullptr);
+    // An empty command name is a name like any other: it finds the command stored
+    // under the empty value name, also in a group named, and a null one reads as empty.
+    EXPECT_EQ(info.findCommand(nullptr, u""), nameless);
+    EXPECT_EQ(info.findCommand(u"G", u""), nameless);
+    EXPECT_EQ(info.findCommand(nullptr, nullptr), nameless);
+    EXPECT_EQ(info.findCommand(u"OTHER", u""), nullptr);
+    EXPECT_EQ(info.findCommand(nullptr, u"_nameless"), nameless);
     auto* byName = new KvoreKrxRegCommand(u"_VALUE", u"_OTHER");
     group->addCommand(byName);
     group->addCommand(new KvoreKrxRegCommand(u"NAME", u"_VALUE"));
     EXPECT_EQ(info.findCommand(u"G", u"_value"), byName) << "a name goes before a value";
+    EXPECT_EQ(info.findCommand(u"G", u""), nameless);
 }
 
 }  // namespace

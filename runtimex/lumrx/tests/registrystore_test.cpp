@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <random>
 #include <string>
@@ -149,6 +150,51 @@ TEST_F(RegistryStore, EnumerationFollowsFoldedNamesForKeysAndFirstWriteForValues
     length = 8;
     ASSERT_EQ(key.subKeyAt(3, first, &length), kRegistryOk);  // not the next index
     EXPECT_EQ(std::u16string(first, length), u"Ä");
+}
+
+// Key info tells the key as it is now, while a walk under way keeps what it started
+// with; a key opened again by its path is the key the path names now, also after
+// another process deleted it and made it anew.
+TEST_F(RegistryStore, InfoWalksAndReopenedPathsFollowOtherWriters) {
+    RegistryKey key;
+    for (const char16_t* path : {u"\\Set\\a", u"\\Set\\b", u"\\Set\\c"})
+        ASSERT_EQ(key.create(kUser, path), kRegistryOk);
+    ASSERT_EQ(key.open(kUser, u"\\Set", RegistryAccess::read), kRegistryOk);
+    RegistryKeyInfo info;
+    ASSERT_EQ(key.info(info), kRegistryOk);
+    EXPECT_EQ(info.subKeys, 3u);
+    ASSERT_TRUE(tool("add '\\Set\\longer'"));
+    EXPECT_EQ(subKeys(key), (std::vector<std::u16string>{u"a", u"b", u"c", u"longer"})) << "a walk after info";
+
+    char16_t name[16];
+    uint32_t length = 16;
+    ASSERT_EQ(key.subKeyAt(0, name, &length), kRegistryOk);
+    ASSERT_TRUE(tool("add '\\Set\\d'"));
+    ASSERT_EQ(key.info(info), kRegistryOk);
+    EXPECT_EQ(info.subKeys, 5u) << "the key as it is now";
+    EXPECT_EQ(info.longestSubKeyName, 6u);
+    std::vector<std::u16string> rest;
+    for (uint32_t i = 1;; ++i) {
+        length = 16;
+        if (key.subKeyAt(i, name, &length) != kRegistryOk) break;
+        rest.emplace_back(name, length);
+    }
+    EXPECT_EQ(rest, (std::vector<std::u16string>{u"b", u"c", u"longer"})) << "the walk as it began";
+    EXPECT_EQ(subKeys(key).size(), 5u);
+
+    RegistryKey value;
+    ASSERT_EQ(value.create(kUser, u"\\Set\\a"), kRegistryOk);
+    ASSERT_EQ(writeText(value, u"v", u"first"), kRegistryOk);
+    ASSERT_EQ(value.open(kUser, u"\\Set\\A", RegistryAccess::read), kRegistryOk);
+    ASSERT_TRUE(tool("delete '\\Set\\a' /f"));
+    ASSERT_TRUE(tool("add '\\Set\\a' /v v /d second"));
+    ASSERT_EQ(value.open(kUser, u"\\Set\\a", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(value, u"v"), u"second");
+    ASSERT_TRUE(tool("delete '\\Set\\a' /f"));
+    EXPECT_EQ(value.open(kUser, u"\\Set\\a", RegistryAccess::read), kRegistryNotFound);
+    ASSERT_EQ(key.open(kUser, u"\\Set", RegistryAccess::write), kRegistryOk);
+    ASSERT_EQ(key.deleteSubKey(u"b"), kRegistryOk);
+    EXPECT_EQ(value.open(kUser, u"\\Set\\b", RegistryAccess::read), kRegistryNotFound) << "deleted here";
 }
 
 TEST_F(RegistryStore, StatusesBuffersAndKeyInfo) {
@@ -431,6 +477,57 @@ TEST_F(RegistryStore, ChangeCounterMovesWithEveryWriterAndOnlyThen) {
         ASSERT_EQ(registryChangeCounter(kUser, after), kRegistryOk);
         EXPECT_NE(after, before);
     }
+}
+
+// A poll that finds nothing doesn't look at the file; it must still see a write that
+// reaches the hive's content by any road: a hard link elsewhere, the real file behind a
+// symbolic link, a file renamed over the hive, a folder made where the hive file was.
+TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
+    fs::path other = folder / "other", real = folder / "real";
+    fs::create_directories(other);
+    fs::create_directories(real);
+    auto toolOn = [&](const fs::path& file, const std::string& arguments) {
+        std::string command = "LUMRX_REGISTRY_USER='" + file.string() + "' '" + LUMRX_REG_TOOL + "' " +
+                              arguments + " >/dev/null 2>&1";
+        return std::system(command.c_str()) == 0;
+    };
+    auto unchangedThenChangedBy = [&](const std::function<bool()>& write) {
+        uint64_t before = 0, again = 0, after = 0;
+        RegistryKey key;
+        EXPECT_EQ(registryChangeCounter(kUser, before), kRegistryOk);
+        EXPECT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk) << "reading changes nothing";
+        EXPECT_EQ(registryChangeCounter(kUser, again), kRegistryOk);
+        EXPECT_EQ(again, before);
+        EXPECT_TRUE(write());
+        EXPECT_EQ(registryChangeCounter(kUser, after), kRegistryOk);
+        EXPECT_NE(after, before);
+        EXPECT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    };
+    ASSERT_TRUE(tool("add '\\Lumora'"));
+
+    fs::create_hard_link(userFile, other / "link.db");
+    unchangedThenChangedBy([&] { return toolOn(other / "link.db", "add '\\Lumora' /v hard /d 1"); });
+
+    fs::rename(userFile, real / "user.db");
+    fs::create_symlink(real / "user.db", userFile);
+    unchangedThenChangedBy([&] { return toolOn(real / "user.db", "add '\\Lumora' /v real /d 1"); });
+
+    ASSERT_TRUE(toolOn(other / "new.db", "add '\\Lumora\\New'"));
+    unchangedThenChangedBy([&] {
+        fs::rename(other / "new.db", userFile);
+        return true;
+    });
+    RegistryKey key;
+    EXPECT_EQ(key.open(kUser, u"\\Lumora\\New", RegistryAccess::read), kRegistryOk);
+
+    fs::path hiveFolder = folder / "hive";
+    setenv("LUMRX_REGISTRY_USER", hiveFolder.c_str(), 1);
+    ASSERT_TRUE(tool("add '\\Lumora'"));
+    fs::path moved = folder / "hive.db";
+    fs::rename(hiveFolder, moved);
+    fs::create_directories(hiveFolder);
+    fs::copy_file(moved, hiveFolder / "registry.db");
+    unchangedThenChangedBy([&] { return tool("add '\\Lumora' /v inside /d 1"); });
 }
 
 TEST_F(RegistryStore, BatchLandsWholeOrNotAtAll) {

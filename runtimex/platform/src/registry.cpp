@@ -3,6 +3,7 @@
 #include "lumplatform/text.h"
 #include "registrystore.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <vector>
@@ -171,6 +172,19 @@ RegistryStatus readableStore(OpenKey* key) {
     return key->store->connect(false);
 }
 
+// Makes a snapshot show the key at the change count `now`; inside a read scope.
+template <typename Row, typename Load>
+RegistryStatus takeAt(OpenKey& key, Snapshot<Row>& snapshot, uint64_t now, Load load) {
+    if (snapshot.taken && snapshot.stamp == now) return kRegistryOk;
+    snapshot.taken = false;
+    RegistryStatus s = key.store->keyAlive(key.id);
+    if (s == kRegistryOk) s = load(snapshot.rows);
+    if (s != kRegistryOk) return s;
+    snapshot.taken = true;
+    snapshot.stamp = now;
+    return kRegistryOk;
+}
+
 // Makes a snapshot fit to answer `index`, by the rule of OpenKey.
 template <typename Row, typename Load>
 RegistryStatus refresh(OpenKey& key, Snapshot<Row>& snapshot, uint32_t index, Load load) {
@@ -178,14 +192,13 @@ RegistryStatus refresh(OpenKey& key, Snapshot<Row>& snapshot, uint32_t index, Lo
     ReadScope scope(*key.store);
     uint64_t now;
     RegistryStatus s = key.store->changeCounter(now);
-    if (s != kRegistryOk || (snapshot.taken && snapshot.stamp == now)) return s;
-    snapshot.taken = false;
-    s = key.store->keyAlive(key.id);
-    if (s == kRegistryOk) s = load(snapshot.rows);
-    if (s != kRegistryOk) return s;
-    snapshot.taken = true;
-    snapshot.stamp = now;
-    return kRegistryOk;
+    return s == kRegistryOk ? takeAt(key, snapshot, now, load) : s;
+}
+
+// A walk under way on a snapshot older than `now`: it must go on seeing that one.
+template <typename Row>
+bool walkOnOlder(const Snapshot<Row>& snapshot, uint64_t now) {
+    return snapshot.taken && snapshot.next > 0 && snapshot.stamp != now;
 }
 
 }  // namespace
@@ -207,8 +220,7 @@ RegistryStatus RegistryKey::open(RegistryHive hive, const char16_t* path, Regist
     if (s == kRegistryOk) s = store->connect(write);
     if (s != kRegistryOk) return s;
     int64_t id = kRootKey;
-    ReadScope scope(*store);
-    s = findPath(*store, kRootKey, names, id);
+    s = store->findKey(names, id);
     if (s != kRegistryOk) return s;
     m_key.reset(new OpenKey{store, hive, id, write});
     return kRegistryOk;
@@ -291,10 +303,28 @@ RegistryStatus RegistryKey::deleteSubKey(const char16_t* path) {
 RegistryStatus RegistryKey::info(RegistryKeyInfo& info) {
     RegistryStatus s = readableStore(m_key.get());
     if (s != kRegistryOk) return s;
-    ReadScope scope(*m_key->store);
-    s = m_key->store->keyAlive(m_key->id);
-    if (s == kRegistryOk) s = m_key->store->keyInfo(m_key->id, info);
-    return s;
+    OpenKey& key = *m_key;
+    ReadScope scope(*key.store);
+    uint64_t now;
+    s = key.store->changeCounter(now);
+    if (s == kRegistryOk) s = key.store->keyAlive(key.id);
+    if (s != kRegistryOk) return s;
+    if (walkOnOlder(key.subKeys, now) || walkOnOlder(key.values, now)) return key.store->keyInfo(key.id, info);
+    // The snapshots answer, so that the walks that usually follow find them taken.
+    s = takeAt(key, key.subKeys, now, [&](std::vector<std::u16string>& rows) { return key.store->listSubKeys(key.id, rows); });
+    if (s == kRegistryOk)
+        s = takeAt(key, key.values, now, [&](std::vector<ValueRow>& rows) { return key.store->listValues(key.id, rows); });
+    if (s != kRegistryOk) return s;
+    info = RegistryKeyInfo();
+    info.subKeys = uint32_t(key.subKeys.rows.size());
+    for (const std::u16string& name : key.subKeys.rows)
+        info.longestSubKeyName = std::max(info.longestSubKeyName, uint32_t(name.size()));
+    info.values = uint32_t(key.values.rows.size());
+    for (const ValueRow& row : key.values.rows) {
+        info.longestValueName = std::max(info.longestValueName, uint32_t(row.name.size()));
+        info.longestValueData = std::max(info.longestValueData, uint32_t(row.data.size()));
+    }
+    return kRegistryOk;
 }
 
 RegistryStatus RegistryKey::subKeyAt(uint32_t index, char16_t* name, uint32_t* length) {
@@ -363,7 +393,7 @@ RegistryStatus registryChangeCounter(RegistryHive hive, uint64_t& counter) {
     std::shared_ptr<HiveStore> store;
     RegistryStatus s = HiveStore::forHive(hive, store);
     if (s == kRegistryOk) s = store->connect(false);
-    if (s == kRegistryOk) s = store->changeCounter(counter);
+    if (s == kRegistryOk) s = store->changeCounterAfterForHive(counter);
     return s;
 }
 

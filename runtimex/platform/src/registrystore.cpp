@@ -1,6 +1,7 @@
 #include "registrystore.h"
 
 #include "lumplatform/text.h"
+#include "registrywatch.h"
 
 #include <sqlite3.h>
 
@@ -158,20 +159,22 @@ std::string homeFolder() {
     return {};
 }
 
-// The hive's file by the rules of registry.h, and whether it is there (then `st` is
-// its status); an empty path if there is none to be had.
-std::string resolveHive(RegistryHive hive, bool& present, struct stat& st) {
+// The path configured for the hive by the rules of registry.h, before a directory
+// there is told apart; empty if there is none to be had.
+std::string configuredHive(RegistryHive hive) {
     const char* chosen = std::getenv(hive == RegistryHive::user ? "LUMRX_REGISTRY_USER" : "LUMRX_REGISTRY_MACHINE");
-    std::string path;
-    if (chosen && *chosen) {
-        path = chosen;
-    } else if (hive == RegistryHive::machine) {
-        path = "/etc/lumora/registry.db";
-    } else {
-        const char* config = std::getenv("XDG_CONFIG_HOME");
-        if (config && *config == '/') path = std::string(config) + "/lumora/registry.db";
-        else if (!homeFolder().empty()) path = homeFolder() + "/.config/lumora/registry.db";
-    }
+    if (chosen && *chosen) return chosen;
+    if (hive == RegistryHive::machine) return "/etc/lumora/registry.db";
+    const char* config = std::getenv("XDG_CONFIG_HOME");
+    if (config && *config == '/') return std::string(config) + "/lumora/registry.db";
+    std::string home = homeFolder();
+    return home.empty() ? home : home + "/.config/lumora/registry.db";
+}
+
+// The hive's file for its configured path, and whether it is there (then `st` is its
+// status).
+std::string resolveHive(const std::string& configured, bool& present, struct stat& st) {
+    std::string path = configured;
     present = !path.empty() && stat(path.c_str(), &st) == 0;
     if (present && S_ISDIR(st.st_mode)) {
         path += "/registry.db";
@@ -185,22 +188,47 @@ std::string resolveHive(RegistryHive hive, bool& present, struct stat& st) {
 std::string hiveFilePath(RegistryHive hive) {
     bool present;
     struct stat st;
-    return resolveHive(hive, present, st);
+    return resolveHive(configuredHive(hive), present, st);
 }
 
+// The store of each hive file, by its path, for the file as it is (device and inode);
+// and for each hive the store it was last given, which is given again without looking
+// at the files while its configured path is the same and the folder watch has seen
+// nothing since.
 RegistryStatus HiveStore::forHive(RegistryHive hive, std::shared_ptr<HiveStore>& store) {
+    struct HiveSlot {
+        std::string configured;
+        std::shared_ptr<HiveStore> store;
+        bool watched = false;
+        uint64_t events = 0;  // the watch's count when the store was chosen
+    };
     static std::mutex lock;
     static std::map<std::string, std::shared_ptr<HiveStore>> stores;  // by file path
+    static HiveSlot slots[2];
+    std::string configured = configuredHive(hive);
+    if (configured.empty()) return kRegistryIoError;
+    FolderWatch& watch = FolderWatch::instance();
+    std::lock_guard<std::mutex> guard(lock);
+    HiveSlot& slot = slots[int(hive)];
+    if (slot.watched && slot.configured == configured && watch.events() == slot.events) {
+        store = slot.store;
+        return kRegistryOk;
+    }
+    // The watch starts before the file is looked at, so that a change after the look
+    // is an event; a file that moved between the two looks stays unwatched.
     bool present;
     struct stat st;
-    std::string path = resolveHive(hive, present, st);
-    if (path.empty()) return kRegistryIoError;
+    std::string path = resolveHive(configured, present, st);
+    bool watched = watch.watch(configured, path);
+    uint64_t events = watch.events();
+    if (resolveHive(configured, present, st) != path) watched = false;
     uint64_t device = present ? uint64_t(st.st_dev) : 0, inode = present ? uint64_t(st.st_ino) : 0;
-    std::lock_guard<std::mutex> guard(lock);
-    std::shared_ptr<HiveStore>& slot = stores[path];
-    if (!slot || slot->m_device != device || slot->m_inode != inode)
-        slot = std::make_shared<HiveStore>(path, ++gGenerations);
-    store = slot;
+    std::shared_ptr<HiveStore>& chosen = stores[path];
+    if (!chosen || chosen->m_device != device || chosen->m_inode != inode)
+        chosen = std::make_shared<HiveStore>(path, ++gGenerations);
+    if (watched) chosen->m_watched = true;
+    slot = HiveSlot{configured, chosen, watched, events};
+    store = chosen;
     return kRegistryOk;
 }
 
@@ -339,7 +367,17 @@ RegistryStatus HiveStore::failure(int rc) const {
 }
 
 RegistryStatus HiveStore::changeCounter(uint64_t& counter) {
-    if (m_db) {
+    return changeCounterAt(m_watched ? FolderWatch::instance().events() : 0, counter);
+}
+
+RegistryStatus HiveStore::changeCounterAfterForHive(uint64_t& counter) {
+    return changeCounterAt(m_watched ? FolderWatch::instance().eventsRead() : 0, counter);
+}
+
+// data_version is asked again only when the folder watch has seen something since the
+// last answer (`events` is its count, read before), or doesn't watch this file.
+RegistryStatus HiveStore::changeCounterAt(uint64_t events, uint64_t& counter) {
+    if (m_db && (!m_watched || m_dataVersion == -1 || events != m_versionEvents)) {
         Query q(statement(kDataVersion));
         if (!q.prepared()) return failure(sqlite3_errcode(m_db));
         int rc = q.step();
@@ -349,6 +387,7 @@ RegistryStatus HiveStore::changeCounter(uint64_t& counter) {
         int64_t version = q.integer(0);
         if (m_dataVersion != -1 && version != m_dataVersion) ++m_changes;
         m_dataVersion = version;
+        m_versionEvents = events;
     }
     counter = m_generation << 32 | m_changes;
     return kRegistryOk;
@@ -407,6 +446,24 @@ RegistryStatus HiveStore::findChild(int64_t parent, const std::u16string& name, 
     if (rc == SQLITE_DONE) return kRegistryNotFound;
     if (rc != SQLITE_ROW) return failure(rc);
     id = q.integer(0);
+    return kRegistryOk;
+}
+
+RegistryStatus HiveStore::findKey(const std::vector<std::u16string>& names, int64_t& id) {
+    uint64_t now;
+    RegistryStatus s = changeCounterAfterForHive(now);
+    if (s != kRegistryOk) return s;
+    std::string path;
+    for (const std::u16string& name : names) path += foldBytes(name) + std::string(2, '\0');
+    if (m_keys.find(now, path, id)) return kRegistryOk;
+    ReadScope scope(*this);
+    int64_t found = kRootKey;
+    for (const std::u16string& name : names) {
+        s = findChild(found, name, found);
+        if (s != kRegistryOk) return s;
+    }
+    m_keys.remember(now, path, found);
+    id = found;
     return kRegistryOk;
 }
 

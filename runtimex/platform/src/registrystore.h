@@ -16,6 +16,7 @@
 #pragma once
 
 #include "lumplatform/registry.h"
+#include "registrykeycache.h"
 
 #include <cstdint>
 #include <map>
@@ -53,6 +54,8 @@ public:
     // tables succeeds and sees it empty; writing makes the file and tables.
     RegistryStatus connect(bool forWrite);
     RegistryStatus changeCounter(uint64_t& counter);
+    // The same, for a caller that has just read the folder watch's events (forHive).
+    RegistryStatus changeCounterAfterForHive(uint64_t& counter);
 
     // A read transaction, unless one is open (a batch) or there is no file: false then.
     bool beginRead();
@@ -64,6 +67,9 @@ public:
     RegistryStatus endBatch(bool keep);
 
     RegistryStatus findChild(int64_t parent, const std::u16string& name, int64_t& id);
+    // The key at the path of `names` below the root, for a caller that has just had the
+    // store from forHive; a path found lately is answered from the key cache.
+    RegistryStatus findKey(const std::vector<std::u16string>& names, int64_t& id);
     RegistryStatus addChild(int64_t parent, const std::u16string& name, int64_t& id);
     // kRegistryOk if the key is there, kRegistryKeyDeleted if not.
     RegistryStatus keyAlive(int64_t id);
@@ -85,6 +91,7 @@ private:
     RegistryStatus exec(const char* sql);
     sqlite3_stmt* statement(const char* sql);
     RegistryStatus failure(int rc) const;
+    RegistryStatus changeCounterAt(uint64_t events, uint64_t& counter);
 
     std::string m_path;
     sqlite3* m_db = nullptr;   // null until the file is opened
@@ -96,6 +103,9 @@ private:
     uint64_t m_generation;     // unique to this store in the process
     uint32_t m_changes = 0;    // changes seen: own writes, others' commits, reopening
     int64_t m_dataVersion = -1;  // last PRAGMA data_version read
+    bool m_watched = false;      // the folder watch covers this file (it stays so)
+    uint64_t m_versionEvents = 0;  // the folder watch's count before that read
+    KeyPathCache m_keys;
 };
 
 // The reads of one call under one lock of the file, rather than a lock per statement.

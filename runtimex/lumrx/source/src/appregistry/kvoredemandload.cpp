@@ -275,19 +275,17 @@ bool getRegisterKrxAppInfoList(const char16_t* name, KvArray<KvoreRegisterKrxInf
     if (!gRegisterStack || !name) return false;
     const char16_t* dot = name;
     while (*dot && *dot != u'.') ++dot;
-    std::u16string group;
-    const char16_t* command = name;
-    if (*dot) {
-        group.assign(name, size_t(dot - name));
-        command = dot + 1;
-    }
+    const char16_t* command = *dot ? dot + 1 : name;
     if (!*command) return false;
-    const char16_t* groupName = group.empty() ? nullptr : group.c_str();
+    // The group name is the text before a dot, if there is any.
+    const char16_t* group = *dot && dot > name ? name : nullptr;
 
-    IteratorPtr it(gRegisterStack->infos()->newIterator());
-    for (; !it->done(); it->next()) {
-        auto* record = static_cast<KvoreRegisterKrxInfo*>(it->object());
-        if (!record->findCommand(groupName, command) || moduleIsLoaded(record)) continue;
+    // The records whose findCommand(group, command) finds a command, in the tree's order.
+    const KvoreCommandIndex::Records* offering =
+        gRegisterStack->recordsOffering(group, size_t(dot - name), command);
+    if (!offering) return true;
+    for (KvoreRegisterKrxInfo* record : *offering) {
+        if (moduleIsLoaded(record)) continue;
         if (!onlyFlagged || (record->loadReason() & KvoreApp::kFlaggedForDemandLoad)) result.append(record);
     }
     return true;

@@ -1,4 +1,5 @@
 #include "appregistry/kvoreappinfoimp.h"
+#include "appregistry/kvorecommandindex.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kvrxcollection.h"
 #include "kvrxservice.h"
@@ -50,6 +51,7 @@ KvRxClass* KvoreKrxRegCmdGroup::isA() const {
 void KvoreKrxRegCmdGroup::addCommand(KvoreKrxRegCommand* command) {
     m_commands->prepend(command);
     ++m_commandCount;
+    kvoreTreeChanged();
 }
 
 bool KvoreKrxRegCmdGroup::findCommand(const char16_t* name, bool byName,
@@ -77,4 +79,5 @@ void KvoreKrxRegCmdGroup::merge(KvoreKrxRegCmdGroup* other) {
 void KvoreKrxRegCmdGroup::clear() {
     while (!m_commands->isEmpty()) delete m_commands->removeHead();
     m_commandCount = 0;
+    kvoreTreeChanged();
 }

@@ -48,11 +48,10 @@ KvoreKrxRegCmdGroup* KvoreRegisterKrxInfo::findGroup(const char16_t* name) const
 }
 
 // In each group a match by name goes before one by value, as two walks of the group
-// would find them; one walk does. An empty command name would match a command without
-// name or value: it finds nothing.
+// would find them; one walk does. An empty (or null) command name is compared like any
+// other, so it finds a command stored under the empty value name.
 KvoreKrxRegCommand* KvoreRegisterKrxInfo::findCommand(const char16_t* groupName,
                                                       const char16_t* commandName) const {
-    if (!commandName || !*commandName) return nullptr;
     KvoreKrxRegCommand* command = nullptr;
     firstIn<KvoreKrxRegCmdGroup>(m_groups, [&](KvoreKrxRegCmdGroup* group) {
         if (groupName && LumCharOp::compareNoCase(group->groupName(), groupName) != 0) return false;
@@ -69,7 +68,10 @@ KvoreKrxRegCommand* KvoreRegisterKrxInfo::findCommand(const char16_t* groupName,
     return command;
 }
 
-void KvoreRegisterKrxInfo::addGroup(KvoreKrxRegCmdGroup* group) { m_groups->prepend(group); }
+void KvoreRegisterKrxInfo::addGroup(KvoreKrxRegCmdGroup* group) {
+    m_groups->prepend(group);
+    kvoreTreeChanged();
+}
 
 void KvoreRegisterKrxInfo::merge(KvoreRegisterKrxInfo* other) {
     while (!other->m_groups->isEmpty()) {
@@ -98,6 +100,7 @@ KvRxClass* KvoreRegisterKrxStack::isA() const {
 void KvoreRegisterKrxStack::addInfo(KvoreRegisterKrxInfo* info) {
     m_infos->prepend(info);
     ++m_infoCount;
+    kvoreTreeChanged();
 }
 
 KvoreRegisterKrxInfo* KvoreRegisterKrxStack::findInfo(const char16_t* appName) const {

@@ -1,9 +1,11 @@
 // The root of the demand-load lists: every record read from the registry, latest
 // first.
 //
-// Owns its list (from the kernel service, which must be up) and the records in it.
+// Owns its list (from the kernel service, which must be up), the records in it and
+// the index of their commands.
 #pragma once
 
+#include "appregistry/kvorecommandindex.h"
 #include "kvoreappinfo.h"
 
 class KvoreRegisterKrxStack : public KvRxObject {
@@ -21,8 +23,15 @@ public:
     void addInfo(KvoreRegisterKrxInfo* info);
     // The first record whose name equals `appName` without case, or null.
     KvoreRegisterKrxInfo* findInfo(const char16_t* appName) const;
+    // The records offering `command`, in the group named by `groupLength` units at
+    // `group` or in any group for a null `group`, in the list's order; null if none does.
+    const KvoreCommandIndex::Records* recordsOffering(const char16_t* group, size_t groupLength,
+                                                      const char16_t* command) {
+        return m_index.find(m_infos, group, groupLength, command);
+    }
 
 private:
     KvRxLinkedList* m_infos;
     uint16_t m_infoCount;  // addInfo calls
+    KvoreCommandIndex m_index;
 };
