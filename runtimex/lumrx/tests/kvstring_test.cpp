@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <string>
 
@@ -261,6 +262,27 @@ TEST(KvStringCut, SubstrLeftMidRightOnWideAndNarrow) {
         EXPECT_EQ(u"\u3042", wide(KvString("\x82\xA0z").left(1)));
     }
     EXPECT_TRUE(KvString().substr(0, 5).isEmpty());
+}
+
+TEST(KvStringCut, ExtremeCountsInEveryForm) {
+    const KvString sources[] = {KvString(u"ab"), KvString(u"abcdefgh"), KvString("ab"),
+                                KvString("abcdefgh"), KvString("abcdefgh")};
+    sources[4].kwszPtr();  // pair form
+    for (const KvString& s : sources) {
+        std::u16string all = wide(s);
+        for (int n : {INT_MIN, INT_MIN + 1, -2, -1}) {
+            EXPECT_TRUE(s.right(n).isEmpty()) << n;
+            EXPECT_TRUE(s.substrRev(n).isEmpty()) << n;
+        }
+        EXPECT_EQ(all, wide(s.right(INT_MAX)));
+        EXPECT_EQ(all, wide(s.left(INT_MAX)));
+        EXPECT_EQ(all, wide(s.left(INT_MIN)));
+        EXPECT_EQ(all, wide(s.mid(INT_MIN, INT_MAX)));
+        EXPECT_EQ(all, wide(s.mid(INT_MIN, INT_MIN)));
+        EXPECT_TRUE(s.mid(INT_MAX).isEmpty());
+        EXPECT_TRUE(s.mid(INT_MAX, INT_MAX).isEmpty());
+        EXPECT_EQ(all.substr(1), wide(s.mid(1, INT_MAX)));
+    }
 }
 
 TEST(KvStringEdit, TrimRemoveAndTheirFormChange) {
@@ -520,6 +542,15 @@ TEST(KvStringCompare, ResultsAndEdgesOfThreeWalks) {
     EXPECT_EQ(0, KvString(u"x\u0100").compare("x\\u+0100"));
     EXPECT_EQ(0, KvString("x\\U+0100").compareNoCase(KvString(u"X\u0100")));
     EXPECT_NE(0, KvString("x\\U+0100").compare(u"x\u0101"));
+    // A wide backslash that meets a narrow escape is no match for it, though the two
+    // sides agree up to there: the narrow text is the one character the escape names.
+    EXPECT_NE(0, KvString(u"\\U+0041").compare("\\U+0041"));
+    EXPECT_EQ(KvString(u"\\U+0041").compare("\\U+0041"), -KvString("\\U+0041").compare(u"\\U+0041"));
+    EXPECT_FALSE(KvString("\\U+0041") == u"\\U+0041");
+    EXPECT_TRUE(KvString("\\U+0041") == u"A");
+    EXPECT_NE(0, KvString(u"x\\m+14E4F").compareNoCase("X\\M+14E4F"));
+    EXPECT_EQ(0, KvString(u"a\\b").compare("a\\b"));
+    EXPECT_EQ(0, KvString(u"a\\U+004").compare("a\\U+004"));
 
     EXPECT_EQ(-1, empty.compare("x", KvString::Encoding(5)));
     EXPECT_EQ(0, empty.compareNoCase("x", KvString::Encoding(5)));

@@ -66,11 +66,13 @@ bool escapeMayFollow(const char* n) {
 }
 
 // Wide against narrow, the byte sign-extended to a unit. The rest of the narrow text is
-// converted, escapes resolved, only once the walk can't decide on plain ASCII.
+// converted, escapes resolved, only once the walk can't decide on plain ASCII. Every
+// backslash of the narrow side may open an escape, so it ends the walk even where the
+// wide side holds a backslash too: the escape stands for one other character.
 int walkWideNarrow(const char16_t* w, const char* n, bool fold) {
     for (;; ++w, ++n) {
         char16_t cw = *w, cn = char16_t(int16_t(int8_t(*n)));
-        if (cw == cn) {
+        if (cw == cn && !escapeMayFollow(n)) {
             if (!cw) return 0;
             continue;
         }

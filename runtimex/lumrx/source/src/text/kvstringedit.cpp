@@ -154,11 +154,15 @@ KvString KvString::substr(int start, int count) const {
     return r;
 }
 
+// The last `n` characters. A negative `n` starts beyond the end, so nothing is left; it
+// is answered before the start is worked out, as len - n would overflow for the
+// extreme counts.
 KvString KvString::substrRev(int n) const {
     KvString r;
+    if (n < 0) return r;
     int len = length();
     int start = n < len ? len - n : 0;
-    int count = n < -1 ? -1 : n;
+    int count = n;
     if (form() == kFormInlineWide || form() == kFormHeapWide) {
         r.setWide(kwszPtr(), start, count);
     } else if (!isEmpty()) {
