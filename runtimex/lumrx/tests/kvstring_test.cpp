@@ -126,6 +126,19 @@ TEST(KvStringForms, UnitsOutsideThePageSurviveTheNarrowForm) {
     EXPECT_EQ(std::string::npos, std::string(KvString(u"plain \\ text").ansiPtr()).find("\\U+"));
 }
 
+TEST(KvStringForms, EveryUnitOfThePlaneSurvivesTheNarrowForm) {
+    for (unsigned u = 1; u < 0x10000; ++u) {
+        if (u == '\\') continue;  // plain text of the page, which opens the escape behind it
+        const char16_t text[] = {char16_t(u), u'U', u'+', u'0', u'0', u'4', u'1', 0};
+        KvString s(text);
+        const char* narrow = s.ansiPtr();
+        ASSERT_NE(nullptr, narrow);
+        KvString back(narrow);
+        ASSERT_EQ(std::u16string(text), wide(back)) << std::hex << u;
+        ASSERT_EQ(7, back.length()) << std::hex << u;
+    }
+}
+
 TEST(KvStringForms, NarrowLengthCountsEscapesAndPairs) {
     EXPECT_EQ(2, KvString("\\U+0041B").length());
     EXPECT_EQ(2, KvString("\\M+24E4Fx").length());
