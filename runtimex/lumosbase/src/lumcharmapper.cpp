@@ -4,6 +4,7 @@
 #include "lumplatform/codepage.h"
 #include "lumplatform/text.h"
 
+#include <atomic>
 #include <climits>
 #include <mutex>
 #include <string>
@@ -102,18 +103,26 @@ bool LumCharMapper::codepageToUnicode(unsigned code, int /*codeBytes*/,
     return true;
 }
 
+// The lead-byte table of each page id, filled at first use. Invariant: a table is read
+// only after its `ready` flag is seen set, and it is never written after that; the flag
+// is tested without a lock, since this runs for every byte a narrow walk steps over.
 bool LumCharMapper::isLeadByte(unsigned char byte, LumCodePageMapper::code_page_id id) {
     struct Table {
-        std::once_flag once;
+        std::atomic<bool> ready{false};
         bool lead[256];
     };
     static Table tables[64];
+    static std::mutex filling;
     if (int(id) <= 0 || int(id) >= 64) return false;
     Table& t = tables[id];
-    std::call_once(t.once, [&t, id] {
-        unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
-        if (!cp || !lumplatform::codePageLeadBytes(cp, t.lead)) std::memset(t.lead, 0, sizeof t.lead);
-    });
+    if (!t.ready.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(filling);
+        if (!t.ready.load(std::memory_order_relaxed)) {
+            unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
+            if (!cp || !lumplatform::codePageLeadBytes(cp, t.lead)) std::memset(t.lead, 0, sizeof t.lead);
+            t.ready.store(true, std::memory_order_release);
+        }
+    }
     return t.lead[byte];
 }
 
