@@ -241,6 +241,19 @@ TEST(KvStringSearch, FindAndFindRevWithTheirEdges) {
     EXPECT_EQ(-1, abc.find(char16_t(0)));
     EXPECT_EQ(-1, KvString().find(u"a"));
     EXPECT_EQ(0, KvString().find(KvString()));
+    // Hits and near misses at every offset, and needles that run past the end.
+    for (size_t len = 1; len < 12; ++len) {
+        std::u16string hay(len, u'a');
+        for (size_t at = 0; at < len; ++at) {
+            std::u16string t = hay;
+            t[at] = u'b';
+            for (const char16_t* needle : {u"b", u"ba", u"ab", u"bab", u"aab", u"baaaaaaaaaaaaa", u"c"}) {
+                std::u16string::size_type expected = t.find(needle);
+                EXPECT_EQ(expected == std::u16string::npos ? -1 : int(expected), KvString(t.c_str()).find(needle))
+                    << std::string(t.begin(), t.end());
+            }
+        }
+    }
 
     KvString text("abcabcab");
     EXPECT_EQ(1, text.find(u"bc"));

@@ -40,24 +40,33 @@ int walkNarrow(const char* a, const char* b, bool fold) {
     }
 }
 
-// Wide against wide.
-int walkWide(const char16_t* a, const char16_t* b, bool fold) {
+// Wide against wide with case folding. Two different units that fold to the same are an
+// upper- and a lower-case ASCII letter, so the walk goes on without the range test; only
+// a difference left after folding asks whether both units are plain.
+int walkWideFolding(const char16_t* a, const char16_t* b) {
     for (;; ++a, ++b) {
         char16_t ca = *a, cb = *b;
         if (ca == cb) {
             if (!ca) return 0;
             continue;
         }
-        if (!isPlain(ca) || !isPlain(cb)) {
-            if (fold) return sign(LumCharOp::compareNoCase(a, b));
-            return ca < cb ? -1 : 1;
+        char16_t fa = foldAscii(ca), fb = foldAscii(cb);
+        if (fa == fb) continue;
+        if (!isPlain(ca) || !isPlain(cb)) return sign(LumCharOp::compareNoCase(a, b));
+        return fa > fb ? 1 : -1;
+    }
+}
+
+// Wide against wide.
+int walkWide(const char16_t* a, const char16_t* b, bool fold) {
+    if (fold) return walkWideFolding(a, b);
+    for (;; ++a, ++b) {
+        char16_t ca = *a, cb = *b;
+        if (ca == cb) {
+            if (!ca) return 0;
+            continue;
         }
-        if (fold) {
-            ca = foldAscii(ca);
-            cb = foldAscii(cb);
-            if (ca == cb) continue;
-        }
-        return ca > cb ? 1 : -1;
+        return ca < cb ? -1 : 1;
     }
 }
 
