@@ -4,6 +4,7 @@
 
 #include <unicode/ucnv.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -139,6 +140,13 @@ int codePageToWide(unsigned codePage, const char* in, int inBytes, char16_t* out
     auto* p = reinterpret_cast<const unsigned char*>(in);
     int written = 0;
     for (int i = 0, size; i < inBytes; i += size, ++written) {
+        // A run of bytes that are one character each (a lead byte has no unit alone).
+        for (int stop = i + std::min(inBytes - i, outUnits - written); i < stop; ++i, ++written) {
+            char16_t unit = t->single[p[i]];
+            if (unit == CodePageTables::kNoUnit) break;
+            out[written] = unit;
+        }
+        if (i == inBytes) break;
         char16_t unit = t->unitAt(p + i, inBytes - i, size);
         if (unit == CodePageTables::kNoUnit) {
             if (!t->substitutesItself) {
@@ -159,12 +167,19 @@ int wideToCodePageEscaped(unsigned codePage, const char16_t* in, int inUnits, ch
     if (!t || inUnits < 0 || outBytes < 0) return -1;
     int written = 0;
     for (int i = 0; i < inUnits; ++i) {
+        // A run of units that are one byte each.
+        for (int stop = i + std::min(inUnits - i, outBytes - written); i < stop; ++i, ++written) {
+            uint16_t code = t->narrow[in[i]];
+            if (code >= 0x100) break;
+            out[written] = char(code);
+        }
+        if (i == inUnits) break;
         uint16_t code = t->narrow[in[i]];
-        int size = code == CodePageTables::kEscape ? 7 : code < 0x100 ? 1 : 2;
+        int size = code < 0x100 ? 1 : code == CodePageTables::kEscape ? 7 : 2;
         if (size > outBytes - written) return -1;
-        if (size == 7) formatEscape(in[i], out + written);
+        if (size == 1) out[written] = char(code);
         else if (size == 2) out[written] = char(code >> 8), out[written + 1] = char(code);
-        else out[written] = char(code);
+        else formatEscape(in[i], out + written);
         written += size;
     }
     return written;

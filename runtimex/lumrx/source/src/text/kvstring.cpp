@@ -16,7 +16,7 @@ namespace {
 const char kEmptyNarrow[1] = {0};
 const char16_t kEmptyWide[1] = {0};
 
-size_t wideLength(const char16_t* s) { return LumCharOp::length(s); }
+size_t wideLength(const char16_t* s) { return unitCount(s); }
 
 }  // namespace
 
@@ -342,8 +342,8 @@ const char16_t* KvString::widenNarrowForm() {
     const char* text = narrowText();
     size_t bytes = std::strlen(text);
     LumVector<char16_t> units;
-    LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
-    size_t n = wideLength(units.asArrayPtr());
+    int converted = LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
+    size_t n = converted > 0 ? size_t(converted) : 0;
     char16_t* wide = allocWide(n);
     KvStringPair* pair = allocPair(bytes + 1);
     if (!wide || !pair) {
@@ -386,12 +386,14 @@ const char* KvString::narrowWideForm() {
         setBlock(kFormHeapWide, buffer);
     }
     auto* wide = static_cast<char16_t*>(mText.pointer.block);
-    size_t size = 7 * wideLength(wide) + 1;
+    size_t units = wideLength(wide);
+    size_t size = 7 * units + 1;
     if (size > size_t(INT_MAX)) return nullptr;
     char local[128];
     char* out = size < sizeof local ? local : static_cast<char*>(_lumMalloc(size));
     if (!out) return nullptr;
-    int r = LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, -1, out, int(size), 0);
+    // The terminator is converted too, as a count of -1 would have it.
+    int r = LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, int(units + 1), out, int(size), 0);
     KvStringPair* pair = (r > 0 && size_t(r) <= size) ? allocPair(size_t(r)) : nullptr;
     if (pair) {
         pair->wide = wide;
