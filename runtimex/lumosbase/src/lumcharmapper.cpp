@@ -4,6 +4,7 @@
 #include "lumplatform/codepage.h"
 #include "lumplatform/text.h"
 
+#include <atomic>
 #include <climits>
 #include <mutex>
 #include <string>
@@ -44,9 +45,13 @@ bool resolveEscapeAt(const char16_t*& r, char16_t* w) {
     return false;
 }
 
-}  // namespace
+// The read and write positions where resolving in place ended.
+struct Resolved {
+    const char16_t* read;
+    char16_t* written;
+};
 
-int LumCharMapper::resolveEscapes(char16_t* text) {
+Resolved resolveAll(char16_t* text) {
     const char16_t* r = text;
     char16_t* w = text;
     while (*r) {
@@ -54,7 +59,29 @@ int LumCharMapper::resolveEscapes(char16_t* text) {
         ++w;
     }
     *w = 0;
-    return int(w - r);
+    return {r, w};
+}
+
+// The first backslash or zero unit of the n units at p (p[n] is zero). Blocks of 32
+// units are tested whole, a test the compiler runs in vector registers; the block with
+// a hit, and the tail, are walked unit by unit.
+char16_t* firstBackslash(char16_t* p, size_t n) {
+    constexpr size_t kBlock = 32;
+    size_t i = 0;
+    for (; i + kBlock <= n; i += kBlock) {
+        bool hit = false;
+        for (size_t k = 0; k < kBlock; ++k) hit |= (p[i + k] == u'\\') | (p[i + k] == 0);
+        if (hit) break;
+    }
+    while (p[i] && p[i] != u'\\') ++i;
+    return p + i;
+}
+
+}  // namespace
+
+int LumCharMapper::resolveEscapes(char16_t* text) {
+    Resolved end = resolveAll(text);
+    return int(end.written - end.read);
 }
 
 int LumCharMapper::multiByteToWideChar(LumCodePageMapper::code_page_id id, const char* text,
@@ -73,8 +100,9 @@ int LumCharMapper::multiByteToWideChar(LumCodePageMapper::code_page_id id, const
         return -1;
     }
     d[n] = 0;
-    resolveEscapes(d);
-    int units = int(LumCharOp::length(d));
+    // Text up to the first backslash has no escape to resolve.
+    char16_t* rest = firstBackslash(d, size_t(n));
+    int units = int((*rest ? resolveAll(rest).written : rest) - d);
     out.resize(units + 1);
     return units;
 }
@@ -102,18 +130,26 @@ bool LumCharMapper::codepageToUnicode(unsigned code, int /*codeBytes*/,
     return true;
 }
 
+// The lead-byte table of each page id, filled at first use. Invariant: a table is read
+// only after its `ready` flag is seen set, and it is never written after that; the flag
+// is tested without a lock, since this runs for every byte a narrow walk steps over.
 bool LumCharMapper::isLeadByte(unsigned char byte, LumCodePageMapper::code_page_id id) {
     struct Table {
-        std::once_flag once;
+        std::atomic<bool> ready{false};
         bool lead[256];
     };
     static Table tables[64];
+    static std::mutex filling;
     if (int(id) <= 0 || int(id) >= 64) return false;
     Table& t = tables[id];
-    std::call_once(t.once, [&t, id] {
-        unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
-        if (!cp || !lumplatform::codePageLeadBytes(cp, t.lead)) std::memset(t.lead, 0, sizeof t.lead);
-    });
+    if (!t.ready.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(filling);
+        if (!t.ready.load(std::memory_order_relaxed)) {
+            unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);
+            if (!cp || !lumplatform::codePageLeadBytes(cp, t.lead)) std::memset(t.lead, 0, sizeof t.lead);
+            t.ready.store(true, std::memory_order_release);
+        }
+    }
     return t.lead[byte];
 }
 

@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstdlib>
 #include <string>
 
@@ -125,6 +126,19 @@ TEST(KvStringForms, UnitsOutsideThePageSurviveTheNarrowForm) {
     EXPECT_EQ(std::string::npos, std::string(KvString(u"plain \\ text").ansiPtr()).find("\\U+"));
 }
 
+TEST(KvStringForms, EveryUnitOfThePlaneSurvivesTheNarrowForm) {
+    for (unsigned u = 1; u < 0x10000; ++u) {
+        if (u == '\\') continue;  // plain text of the page, which opens the escape behind it
+        const char16_t text[] = {char16_t(u), u'U', u'+', u'0', u'0', u'4', u'1', 0};
+        KvString s(text);
+        const char* narrow = s.ansiPtr();
+        ASSERT_NE(nullptr, narrow);
+        KvString back(narrow);
+        ASSERT_EQ(std::u16string(text), wide(back)) << std::hex << u;
+        ASSERT_EQ(7, back.length()) << std::hex << u;
+    }
+}
+
 TEST(KvStringForms, NarrowLengthCountsEscapesAndPairs) {
     EXPECT_EQ(2, KvString("\\U+0041B").length());
     EXPECT_EQ(2, KvString("\\M+24E4Fx").length());
@@ -227,6 +241,19 @@ TEST(KvStringSearch, FindAndFindRevWithTheirEdges) {
     EXPECT_EQ(-1, abc.find(char16_t(0)));
     EXPECT_EQ(-1, KvString().find(u"a"));
     EXPECT_EQ(0, KvString().find(KvString()));
+    // Hits and near misses at every offset, and needles that run past the end.
+    for (size_t len = 1; len < 12; ++len) {
+        std::u16string hay(len, u'a');
+        for (size_t at = 0; at < len; ++at) {
+            std::u16string t = hay;
+            t[at] = u'b';
+            for (const char16_t* needle : {u"b", u"ba", u"ab", u"bab", u"aab", u"baaaaaaaaaaaaa", u"c"}) {
+                std::u16string::size_type expected = t.find(needle);
+                EXPECT_EQ(expected == std::u16string::npos ? -1 : int(expected), KvString(t.c_str()).find(needle))
+                    << std::string(t.begin(), t.end());
+            }
+        }
+    }
 
     KvString text("abcabcab");
     EXPECT_EQ(1, text.find(u"bc"));
@@ -261,6 +288,27 @@ TEST(KvStringCut, SubstrLeftMidRightOnWideAndNarrow) {
         EXPECT_EQ(u"\u3042", wide(KvString("\x82\xA0z").left(1)));
     }
     EXPECT_TRUE(KvString().substr(0, 5).isEmpty());
+}
+
+TEST(KvStringCut, ExtremeCountsInEveryForm) {
+    const KvString sources[] = {KvString(u"ab"), KvString(u"abcdefgh"), KvString("ab"),
+                                KvString("abcdefgh"), KvString("abcdefgh")};
+    sources[4].kwszPtr();  // pair form
+    for (const KvString& s : sources) {
+        std::u16string all = wide(s);
+        for (int n : {INT_MIN, INT_MIN + 1, -2, -1}) {
+            EXPECT_TRUE(s.right(n).isEmpty()) << n;
+            EXPECT_TRUE(s.substrRev(n).isEmpty()) << n;
+        }
+        EXPECT_EQ(all, wide(s.right(INT_MAX)));
+        EXPECT_EQ(all, wide(s.left(INT_MAX)));
+        EXPECT_EQ(all, wide(s.left(INT_MIN)));
+        EXPECT_EQ(all, wide(s.mid(INT_MIN, INT_MAX)));
+        EXPECT_EQ(all, wide(s.mid(INT_MIN, INT_MIN)));
+        EXPECT_TRUE(s.mid(INT_MAX).isEmpty());
+        EXPECT_TRUE(s.mid(INT_MAX, INT_MAX).isEmpty());
+        EXPECT_EQ(all.substr(1), wide(s.mid(1, INT_MAX)));
+    }
 }
 
 TEST(KvStringEdit, TrimRemoveAndTheirFormChange) {
@@ -520,6 +568,15 @@ TEST(KvStringCompare, ResultsAndEdgesOfThreeWalks) {
     EXPECT_EQ(0, KvString(u"x\u0100").compare("x\\u+0100"));
     EXPECT_EQ(0, KvString("x\\U+0100").compareNoCase(KvString(u"X\u0100")));
     EXPECT_NE(0, KvString("x\\U+0100").compare(u"x\u0101"));
+    // A wide backslash that meets a narrow escape is no match for it, though the two
+    // sides agree up to there: the narrow text is the one character the escape names.
+    EXPECT_NE(0, KvString(u"\\U+0041").compare("\\U+0041"));
+    EXPECT_EQ(KvString(u"\\U+0041").compare("\\U+0041"), -KvString("\\U+0041").compare(u"\\U+0041"));
+    EXPECT_FALSE(KvString("\\U+0041") == u"\\U+0041");
+    EXPECT_TRUE(KvString("\\U+0041") == u"A");
+    EXPECT_NE(0, KvString(u"x\\m+14E4F").compareNoCase("X\\M+14E4F"));
+    EXPECT_EQ(0, KvString(u"a\\b").compare("a\\b"));
+    EXPECT_EQ(0, KvString(u"a\\U+004").compare("a\\U+004"));
 
     EXPECT_EQ(-1, empty.compare("x", KvString::Encoding(5)));
     EXPECT_EQ(0, empty.compareNoCase("x", KvString::Encoding(5)));

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
@@ -167,6 +168,47 @@ TEST(CodePages, JohabKeepsAsciiAsWindowsHasIt) {
     std::u16string cut = toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, "\x88\x61\x88");
     EXPECT_EQ(2u, cut.size());
     EXPECT_EQ(u'\uAC00', cut[0]);
+}
+
+TEST(CodePages, EveryUnitOfThePlaneSurvivesTheNarrowFormOfEveryPage) {
+    // Each unit followed by the text of an escape: a unit written as a backslash would
+    // take the escape along (the won sign of Johab is byte 0x5C). The backslash itself
+    // is plain text of the page and starts the escape, so it is left out here.
+    std::u16string text;
+    for (unsigned u = 1; u < 0x10000; ++u)
+        if (u != '\\') text += char16_t(u), text += u"U+0041";
+    for (unsigned cp : {932u, 936u, 949u, 950u, 1361u, 874u, 1250u, 1251u, 1252u, 1253u, 1254u, 1255u,
+                        1256u, 1257u, 1258u}) {
+        Id id = LumCodePageMapper::ansiCpToKvoreCp(cp);
+        std::u16string back = toWide(id, toNarrow(cp, text));
+        auto diff = std::mismatch(text.begin(), text.end(), back.begin(), back.end());
+        EXPECT_TRUE(diff.first == text.end() && diff.second == back.end())
+            << cp << ": unit " << std::hex << unsigned(diff.first == text.end() ? 0 : *diff.first);
+    }
+    EXPECT_EQ("\\U+20A9U+0041", toNarrow(1361, u"\u20A9U+0041"));
+    EXPECT_EQ(u"\u20A9U+0041", toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, toNarrow(1361, u"\u20A9U+0041")));
+}
+
+TEST(CodePages, JohabReadsTheFullWidthSpaceAndTheStandaloneFinals) {
+    const std::pair<unsigned, char16_t> codes[] = {
+        {0x8441, 0x3000}, {0x8442, 0x3131}, {0x8443, 0x3132}, {0x8445, 0x3134}, {0x8448, 0x3137},
+        {0x8449, 0x3139}, {0x8451, 0x3141}, {0x8453, 0x3142}, {0x8455, 0x3145}, {0x8456, 0x3146},
+        {0x8457, 0x3147}, {0x8458, 0x3148}, {0x8459, 0x314A}, {0x845A, 0x314B}, {0x845B, 0x314C},
+        {0x845C, 0x314D}, {0x845D, 0x314E}};
+    for (const auto& c : codes) {
+        char16_t out = 0;
+        EXPECT_TRUE(LumCharMapper::codepageToUnicode(c.first, 8, LumCodePageMapper::CODE_PAGE_ANSI_1361, out));
+        EXPECT_EQ(c.second, out) << std::hex << c.first;
+        std::string bytes = {char(c.first >> 8), char(c.first & 0xFF), 'x'};
+        EXPECT_EQ(std::u16string({c.second, u'x'}), toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, bytes));
+        // The unit itself is written with its own code, which reads back as the unit.
+        std::string narrow = toNarrow(1361, std::u16string(1, c.second));
+        EXPECT_EQ(std::u16string(1, c.second), toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, narrow));
+    }
+    EXPECT_EQ(u"\u3000", resolved(u"\\M+48441"));
+    // Codes beside them that the page had already, and one it still lacks.
+    EXPECT_EQ(u"\u3133", toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, "\x84\x44"));
+    EXPECT_EQ(u"\xFFFD", toWide(LumCodePageMapper::CODE_PAGE_ANSI_1361, "\x84\x5E"));
 }
 
 TEST(Escapes, ResolveInPlace) {

@@ -7,6 +7,7 @@
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 class KvRxResourceInstance;
 class KvString;
@@ -52,9 +53,21 @@ public:
     KvString();
     KvString(char c);
     KvString(char16_t c);
-    KvString(const char* s);
+    // Text of up to 6 bytes (2 units) is stored inline here, with no call into the
+    // library; longer text goes through SetFromMBCS (the wide setter).
+    KvString(const char* s) {
+        clearAll();
+        size_t n = s ? shortLength(s, 7) : 0;
+        if (n == 7) setNarrowText(s);
+        else if (n) setInline(kFormInlineAnsi, mText.narrow.text, s, n);
+    }
     KvString(const char* s, Encoding e);
-    KvString(const char16_t* s);
+    KvString(const char16_t* s) {
+        clearAll();
+        size_t n = s ? shortLength(s, 3) : 0;
+        if (n == 3) setWideText(s);
+        else if (n) setInline(kFormInlineWide, mText.wide.text, s, n);
+    }
     KvString(const char16_t* s, unsigned n);
     KvString(const KvString& o);
     KvString(KvString&& o) noexcept;
@@ -64,7 +77,10 @@ public:
     KvString(const KvRxResourceInstance& instance, unsigned id);
     // Loads string `id` from the resource library `instance` (a library handle).
     KvString(void* instance, unsigned id);
-    ~KvString();
+    ~KvString() {
+        if (form() >= kFormHeapAnsi || mUtf8Cache) release();
+        setForm(kFormEmpty);
+    }
 
     KvString& assign(const char* s);
     KvString& assign(const char16_t* s);
@@ -98,7 +114,10 @@ public:
     bool isEmpty() const { return form() == kFormEmpty; }
     // Characters: units of the wide text, or for a narrow string characters of the narrow
     // text (an escape or a lead-byte pair counts one).
-    int length() const;
+    int length() const {
+        if (form() == kFormInlineWide) return !mText.wide.text[0] ? 0 : !mText.wide.text[1] ? 1 : 2;
+        return form() == kFormInlineAnsi ? inlineNarrowLength() : heapLength();
+    }
     int tcharLength() const { return length(); }
     // Inline forms: the size of the view (7 or 3) with the terminator; heap forms: units
     // (or, narrow, characters) without it.
@@ -294,8 +313,36 @@ private:
     int form() const { return mText.narrow.form; }
     void setForm(int f) { mText.narrow.form = uint8_t(f); }
     void setBlock(int f, void* block);
-    const char* narrowText() const;
-    void clearAll();
+    // Inline, as every construction and every narrow read starts with them.
+    const char* narrowText() const {
+        return form() == kFormInlineAnsi ? mText.narrow.text : static_cast<const char*>(mText.pointer.block);
+    }
+    void clearAll() {
+        std::memset(&mText, 0, sizeof mText);
+        mUtf8Cache = nullptr;
+    }
+    template <class C>
+    static size_t shortLength(const C* s, size_t limit) {
+        size_t n = 0;
+        while (n < limit && s[n]) ++n;
+        return n;
+    }
+    template <class C>
+    void setInline(int f, C* view, const C* s, size_t n) {
+        setForm(f);
+        std::memcpy(view, s, n * sizeof(C));
+    }
+    // No page of this system has a lead byte below 0x80, so ASCII bytes other than the
+    // backslash are one character each; anything else takes the full count.
+    int inlineNarrowLength() const {
+        int n = 0;
+        for (char c = mText.narrow.text[0]; c; c = mText.narrow.text[++n])
+            if (c == '\\' || (unsigned char)c >= 0x80) return heapLength();
+        return n;
+    }
+    void setNarrowText(const char* s);
+    void setWideText(const char16_t* s);
+    int heapLength() const;
     void release();
     void dropNarrowForm();
     char16_t* editableWide();

@@ -19,8 +19,9 @@ bool isKnownCodePage(unsigned codePage);
 int codePageToWide(unsigned codePage, const char* in, int inBytes, char16_t* out, int outUnits);
 
 // Converts `inUnits` units into `out` (room for `outBytes` bytes; no terminator is
-// added). Each unit the page lacks, a lone surrogate included, comes out as the 7-byte
-// escape "\U+XXXX" (upper-case digits). Returns the bytes written, or -1 for an unknown
+// added). Each unit the page lacks, a lone surrogate included, and each unit whose bytes
+// would read back as another unit, comes out as the 7-byte escape "\U+XXXX" (upper-case
+// digits). Returns the bytes written, or -1 for an unknown
 // page or too small an output.
 int wideToCodePageEscaped(unsigned codePage, const char16_t* in, int inUnits, char* out,
                           int outBytes);

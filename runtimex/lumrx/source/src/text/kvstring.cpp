@@ -16,7 +16,7 @@ namespace {
 const char kEmptyNarrow[1] = {0};
 const char16_t kEmptyWide[1] = {0};
 
-size_t wideLength(const char16_t* s) { return LumCharOp::length(s); }
+size_t wideLength(const char16_t* s) { return unitCount(s); }
 
 }  // namespace
 
@@ -26,22 +26,9 @@ const char16_t* const KvStringImp::kEmptyStrW = kEmptyWide;
 // Storage
 // ---------------------------------------------------------------------------
 
-void KvString::clearAll() {
-    static_assert(offsetof(NarrowView, text) == 1 && offsetof(WideView, text) == 2 &&
-                      offsetof(PointerView, block) == alignof(void*) &&
-                      sizeof(KvString) == sizeof(Overlay) + sizeof(char*),
-                  "the overlay's views start at bytes 1, 2 and the pointer boundary");
-    std::memset(&mText, 0, sizeof mText);
-    mUtf8Cache = nullptr;
-}
-
 void KvString::setBlock(int f, void* block) {
     setForm(f);
     mText.pointer.block = block;
-}
-
-const char* KvString::narrowText() const {
-    return form() == kFormInlineAnsi ? mText.narrow.text : static_cast<const char*>(mText.pointer.block);
 }
 
 void KvString::release() {
@@ -160,7 +147,13 @@ bool KvString::setWide(const char16_t* text, int start, int count) {
 // Construction and assignment
 // ---------------------------------------------------------------------------
 
-KvString::KvString() { clearAll(); }
+KvString::KvString() {
+    static_assert(offsetof(NarrowView, text) == 1 && offsetof(WideView, text) == 2 &&
+                      offsetof(PointerView, block) == alignof(void*) &&
+                      sizeof(KvString) == sizeof(Overlay) + sizeof(char*),
+                  "the overlay's views start at bytes 1, 2 and the pointer boundary");
+    clearAll();
+}
 
 KvString::KvString(char c) {
     clearAll();
@@ -174,10 +167,9 @@ KvString::KvString(char16_t c) {
     mText.wide.text[0] = c;
 }
 
-KvString::KvString(const char* s) {
-    clearAll();
-    KvStringImp::SetFromMBCS(*this, s, 0, -1);
-}
+void KvString::setNarrowText(const char* s) { KvStringImp::SetFromMBCS(*this, s, 0, -1); }
+
+void KvString::setWideText(const char16_t* s) { setWide(s, 0, -1); }
 
 KvString::KvString(const char* s, Encoding e) {
     clearAll();
@@ -185,11 +177,6 @@ KvString::KvString(const char* s, Encoding e) {
     LumVector<char16_t> wide;
     LumCharMapper::utf8ToUnicode(s, int(std::strlen(s)), wide);
     setWide(wide.asArrayPtr(), 0, -1);
-}
-
-KvString::KvString(const char16_t* s) {
-    clearAll();
-    setWide(s, 0, -1);
 }
 
 KvString::KvString(const char16_t* s, unsigned n) {
@@ -237,11 +224,6 @@ KvString::KvString(const KvRxResourceInstance&, unsigned) { clearAll(); }
 KvString::KvString(void* instance, unsigned id) {
     clearAll();
     loadString(instance, id);
-}
-
-KvString::~KvString() {
-    release();
-    setForm(kFormEmpty);
 }
 
 void KvString::renderNumber(eFormat f, unsigned v) {
@@ -360,8 +342,8 @@ const char16_t* KvString::widenNarrowForm() {
     const char* text = narrowText();
     size_t bytes = std::strlen(text);
     LumVector<char16_t> units;
-    LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
-    size_t n = wideLength(units.asArrayPtr());
+    int converted = LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
+    size_t n = converted > 0 ? size_t(converted) : 0;
     char16_t* wide = allocWide(n);
     KvStringPair* pair = allocPair(bytes + 1);
     if (!wide || !pair) {
@@ -404,12 +386,14 @@ const char* KvString::narrowWideForm() {
         setBlock(kFormHeapWide, buffer);
     }
     auto* wide = static_cast<char16_t*>(mText.pointer.block);
-    size_t size = 7 * wideLength(wide) + 1;
+    size_t units = wideLength(wide);
+    size_t size = 7 * units + 1;
     if (size > size_t(INT_MAX)) return nullptr;
     char local[128];
     char* out = size < sizeof local ? local : static_cast<char*>(_lumMalloc(size));
     if (!out) return nullptr;
-    int r = LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, -1, out, int(size), 0);
+    // The terminator is converted too, as a count of -1 would have it.
+    int r = LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, int(units + 1), out, int(size), 0);
     KvStringPair* pair = (r > 0 && size_t(r) <= size) ? allocPair(size_t(r)) : nullptr;
     if (pair) {
         pair->wide = wide;
@@ -439,8 +423,17 @@ const char* KvString::utf8Ptr() const {
 
 // The narrow count treats an escape and a lead-byte pair as one character each; the
 // lead-byte pages of this system are exactly its double-byte page ids.
-int KvString::length() const {
-    if (form() == kFormInlineAnsi || form() == kFormHeapAnsi) return int(LumCharOp::length(narrowText()));
+// The narrow count treats an escape and a lead-byte pair as one character each; the
+// lead-byte pages of this system are exactly its double-byte page ids. A leading run of
+// ASCII bytes without a backslash is one character per byte (no page has a lead byte
+// below 0x80), so only the rest takes the full count.
+int KvString::heapLength() const {
+    if (form() == kFormInlineAnsi || form() == kFormHeapAnsi) {
+        const char* text = narrowText();
+        const char* p = text;
+        while (*p && *p != '\\' && (unsigned char)*p < 0x80) ++p;
+        return int(p - text) + (*p ? int(LumCharOp::length(p)) : 0);
+    }
     return int(wideLength(kwszPtr()));
 }
 

@@ -40,24 +40,33 @@ int walkNarrow(const char* a, const char* b, bool fold) {
     }
 }
 
-// Wide against wide.
-int walkWide(const char16_t* a, const char16_t* b, bool fold) {
+// Wide against wide with case folding. Two different units that fold to the same are an
+// upper- and a lower-case ASCII letter, so the walk goes on without the range test; only
+// a difference left after folding asks whether both units are plain.
+int walkWideFolding(const char16_t* a, const char16_t* b) {
     for (;; ++a, ++b) {
         char16_t ca = *a, cb = *b;
         if (ca == cb) {
             if (!ca) return 0;
             continue;
         }
-        if (!isPlain(ca) || !isPlain(cb)) {
-            if (fold) return sign(LumCharOp::compareNoCase(a, b));
-            return ca < cb ? -1 : 1;
+        char16_t fa = foldAscii(ca), fb = foldAscii(cb);
+        if (fa == fb) continue;
+        if (!isPlain(ca) || !isPlain(cb)) return sign(LumCharOp::compareNoCase(a, b));
+        return fa > fb ? 1 : -1;
+    }
+}
+
+// Wide against wide.
+int walkWide(const char16_t* a, const char16_t* b, bool fold) {
+    if (fold) return walkWideFolding(a, b);
+    for (;; ++a, ++b) {
+        char16_t ca = *a, cb = *b;
+        if (ca == cb) {
+            if (!ca) return 0;
+            continue;
         }
-        if (fold) {
-            ca = foldAscii(ca);
-            cb = foldAscii(cb);
-            if (ca == cb) continue;
-        }
-        return ca > cb ? 1 : -1;
+        return ca < cb ? -1 : 1;
     }
 }
 
@@ -66,11 +75,13 @@ bool escapeMayFollow(const char* n) {
 }
 
 // Wide against narrow, the byte sign-extended to a unit. The rest of the narrow text is
-// converted, escapes resolved, only once the walk can't decide on plain ASCII.
+// converted, escapes resolved, only once the walk can't decide on plain ASCII. Every
+// backslash of the narrow side may open an escape, so it ends the walk even where the
+// wide side holds a backslash too: the escape stands for one other character.
 int walkWideNarrow(const char16_t* w, const char* n, bool fold) {
     for (;; ++w, ++n) {
         char16_t cw = *w, cn = char16_t(int16_t(int8_t(*n)));
-        if (cw == cn) {
+        if (cw == cn && !escapeMayFollow(n)) {
             if (!cw) return 0;
             continue;
         }

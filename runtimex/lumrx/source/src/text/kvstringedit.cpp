@@ -18,6 +18,31 @@ bool inSet(char16_t c, const char16_t* set) {
     return false;
 }
 
+// The first unit at or after p that is `c` or the terminator; four units a round, each
+// read only after the one before it was neither.
+const char16_t* scanFor(const char16_t* p, char16_t c) {
+    for (;; p += 4) {
+        if (p[0] == c || !p[0]) return p;
+        if (p[1] == c || !p[1]) return p + 1;
+        if (p[2] == c || !p[2]) return p + 2;
+        if (p[3] == c || !p[3]) return p + 3;
+    }
+}
+
+// The first occurrence of the non-empty `what` in `text`, or null: a scan for its first
+// unit, then a comparison of the rest at each candidate.
+const char16_t* firstOccurrence(const char16_t* text, const char16_t* what) {
+    const char16_t first = what[0];
+    for (const char16_t* p = text;; ++p) {
+        p = scanFor(p, first);
+        if (!*p) return nullptr;
+        const char16_t *a = p + 1, *b = what + 1;
+        while (*b && *a == *b) ++a, ++b;
+        if (!*b) return p;
+        if (!*a) return nullptr;
+    }
+}
+
 void reverseUnits(char16_t* text) {
     for (char16_t *a = text, *b = text + wideLength(text) - 1; a < b; ++a, --b) {
         char16_t t = *a;
@@ -67,7 +92,7 @@ int KvString::find(const char16_t* s) const {
     if (!*s) return length();
     if (isEmpty()) return -1;
     const char16_t* text = kwszPtr();
-    const char16_t* hit = LumCharOp::find(text, s);
+    const char16_t* hit = firstOccurrence(text, s);
     return hit ? int(hit - text) : -1;
 }
 
@@ -154,11 +179,15 @@ KvString KvString::substr(int start, int count) const {
     return r;
 }
 
+// The last `n` characters. A negative `n` starts beyond the end, so nothing is left; it
+// is answered before the start is worked out, as len - n would overflow for the
+// extreme counts.
 KvString KvString::substrRev(int n) const {
     KvString r;
+    if (n < 0) return r;
     int len = length();
     int start = n < len ? len - n : 0;
-    int count = n < -1 ? -1 : n;
+    int count = n;
     if (form() == kFormInlineWide || form() == kFormHeapWide) {
         r.setWide(kwszPtr(), start, count);
     } else if (!isEmpty()) {

@@ -32,6 +32,17 @@ struct KvStringPair {
 // A record with room for `ansiBytes` narrow bytes, terminator included; null if none.
 KvStringPair* allocPair(size_t ansiBytes);
 
+// Units of a wide text before its terminator, four units a round.
+inline size_t unitCount(const char16_t* text) {
+    const char16_t* p = text;
+    for (;; p += 4) {
+        if (!p[0]) return size_t(p - text);
+        if (!p[1]) return size_t(p - text) + 1;
+        if (!p[2]) return size_t(p - text) + 2;
+        if (!p[3]) return size_t(p - text) + 3;
+    }
+}
+
 // Raises a Kvore::ErrorStatus: records it with the crash recorder and throws a
 // LumErrorStatus*, which the catcher owns.
 [[noreturn]] void raise(Kvore::ErrorStatus status);
