@@ -364,4 +364,40 @@ TEST_F(PathnameTest, FileOperationsOnTheDrive) {
     EXPECT_FALSE(fs::exists(m_dir / "sub.d" / "renamed.bin"));
 }
 
+TEST_F(PathnameTest, OSFindSearchesAsThePlatformDoes) {
+    // The program's folder comes before the current folder, LUMRX_PATH before PATH.
+    fs::path program = fs::read_symlink("/proc/self/exe").parent_path();
+    std::string unique = m_dir.filename().string() + ".txt";
+    KvString uniqueName(unique.c_str(), KvString::kUtf8);
+    std::ofstream(program / unique) << "program";
+    std::ofstream(m_dir / unique) << "current";
+    fs::current_path(m_dir);
+    CTyUiPathname found;
+    bool inProgram = found.ParseAndOSFind(uniqueName.kwszPtr());
+    fs::remove(program / unique);
+    ASSERT_TRUE(inProgram);
+    EXPECT_EQ(found.GetPathType(), CTyUiPathname::kFile);
+    KvString expected((program / unique).c_str(), KvString::kUtf8);
+    expected.replace(u'/', u'\\');
+    EXPECT_EQ(Str(found.GetPathString()), u"Z:" + Str(expected));
+    ASSERT_TRUE(found.ParseAndOSFind(uniqueName.kwszPtr()));
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\" + Str(uniqueName));
+
+    fs::current_path(m_savedDirectory);
+    setenv("LUMRX_PATH", (m_dir / "sub.d").c_str(), 1);
+    bool inLumrxPath = found.ParseAndOSFind(u"file.txt");
+    unsetenv("LUMRX_PATH");
+    ASSERT_TRUE(inLumrxPath);
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\sub.d\\file.txt");
+
+    // A name with a folder is taken as it is, against the current folder.
+    fs::current_path(m_dir);
+    ASSERT_TRUE(found.ParseAndOSFind(u"sub.d\\file.txt"));
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\sub.d\\file.txt");
+    EXPECT_FALSE(found.ParseAndOSFind(u"sub.d"));
+    EXPECT_TRUE(found.IsEmpty());
+    EXPECT_FALSE(found.ParseAndOSFind(u"file.txt"));
+    EXPECT_FALSE(found.ParseAndOSFind(nullptr));
+}
+
 }  // namespace
