@@ -400,4 +400,47 @@ TEST_F(PathnameTest, OSFindSearchesAsThePlatformDoes) {
     EXPECT_FALSE(found.ParseAndOSFind(nullptr));
 }
 
+TEST_F(PathnameTest, FileOperationsKeepTheirMeaning) {
+    auto contentOf = [](const fs::path& file) {
+        std::ifstream in(file);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    std::ofstream(m_dir / "other.txt") << "other";
+    // A rename never replaces an existing target, by an absolute or a relative name.
+    CTyUiPathname file = Parsed(u"T:\\sub.d\\file.txt");
+    EXPECT_FALSE(file.Rename(u"T:\\other.txt"));
+    EXPECT_EQ(Str(file.GetPathString()), u"T:\\sub.d\\file.txt");
+    EXPECT_EQ(contentOf(m_dir / "other.txt"), "other");
+    EXPECT_EQ(contentOf(m_dir / "sub.d" / "file.txt"), "content");
+    CTyUiPathname base = Parsed(u"T:\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"other.txt", &base), PathOk);
+    EXPECT_FALSE(rel.Rename(u"sub.d\\file.txt"));
+    EXPECT_EQ(contentOf(m_dir / "sub.d" / "file.txt"), "content");
+    EXPECT_FALSE(rel.Rename(u"sub.d"));
+    EXPECT_TRUE(fs::is_directory(m_dir / "sub.d"));
+    ASSERT_TRUE(rel.Rename(u"moved.txt"));
+    EXPECT_EQ(contentOf(m_dir / "moved.txt"), "other");
+
+    // Removing deletes files only.
+    CTyUiPathname folder = Parsed(u"T:\\empty.d");
+    fs::create_directory(m_dir / "empty.d");
+    EXPECT_FALSE(folder.Remove());
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+    ASSERT_EQ(rel.ParseRelative(u"empty.d", &base), PathOk);
+    EXPECT_FALSE(rel.Remove());
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+
+    // A folder is never opened.
+    void* handle = nullptr;
+    EXPECT_FALSE(folder.OpenReadOnly(handle));
+    EXPECT_EQ(handle, reinterpret_cast<void*>(-1));
+    EXPECT_FALSE(folder.OpenWriteOnly(handle));
+    EXPECT_EQ(handle, reinterpret_cast<void*>(-1));
+    FILE* stream = nullptr;
+    EXPECT_FALSE(folder.Open(&stream, u"r"));
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_FALSE(Parsed(u"T:\\").Open(&stream, u"rb"));
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+}
+
 }  // namespace

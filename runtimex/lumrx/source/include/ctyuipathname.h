@@ -256,7 +256,8 @@ private:
     void StripExtension(KvString& text) const;
     PathErr ChangeExtension(const char16_t* ext, bool replace);
     void ChangeBaseCase(bool upper);
-    bool PosixPath(std::string& posixPath) const;
+    bool PosixPath(std::u16string& posixPath) const;
+    FILE* OpenStream(const char* mode) const;
     static void GetFirstExtInList(const char16_t* list, KvString& out);
 
     path_type m_type = kEmpty;

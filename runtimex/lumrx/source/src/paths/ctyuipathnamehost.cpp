@@ -10,11 +10,6 @@ namespace {
 
 std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
 
-std::string Utf8(const std::u16string& s) {
-    KvString text(s.c_str());
-    return std::string(text.utf8Ptr());
-}
-
 }  // namespace
 
 bool FullName(const KvString& windowsName, KvString& fullName) {
@@ -25,13 +20,10 @@ bool FullName(const KvString& windowsName, KvString& fullName) {
     return true;
 }
 
-bool PosixPathOf(const KvString& windowsName, std::string& posixPath) {
-    std::u16string full, posix;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok ||
-        lumplatform::posixPathOf(full, posix) != lumplatform::DriveStatus::ok)
-        return false;
-    posixPath = Utf8(posix);
-    return true;
+bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath) {
+    std::u16string full;
+    return lumplatform::fullWindowsName(Text(windowsName), full) == lumplatform::DriveStatus::ok &&
+           lumplatform::posixPathOf(full, posixPath) == lumplatform::DriveStatus::ok;
 }
 
 unsigned AttributesOf(const KvString& windowsName) {

@@ -18,7 +18,7 @@ bool NetworkName(const KvString& windowsName, KvString& networkName);
 bool CurrentDirectory(KvString& name);
 bool ChangeDirectory(const KvString& name);
 // The POSIX path of a Windows name, relative ones against the current directory.
-bool PosixPathOf(const KvString& windowsName, std::string& posixPath);
+bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath);
 
 // The platform's search for a file (lumplatform::searchFile): `name` itself if it holds
 // a folder or a drive, else the program's folder, the current folder, LUMRX_PATH, then
