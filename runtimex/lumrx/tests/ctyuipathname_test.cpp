@@ -443,4 +443,39 @@ TEST_F(PathnameTest, FileOperationsKeepTheirMeaning) {
     EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
 }
 
+TEST_F(PathnameTest, DevicesAnswerEveryOperationWithAStatus) {
+    KvString out;
+    CTyUiPathname result(Parsed(u"T:\\x")), device;
+    ASSERT_EQ(device.Parse(u"COM1"), PathOk);
+    EXPECT_FALSE(device.GetUniqueName(result, false));
+    EXPECT_TRUE(result.IsEmpty());
+    EXPECT_FALSE(device.GetUniqueName(result, true));
+
+    // A device parsed after a UNC name, then its parent and the edits on both.
+    ASSERT_EQ(device.Parse(u"\\\\srv\\share\\sub.d"), PathOk);
+    ASSERT_EQ(device.Parse(u"t:\\dir\\com1"), PathOk);
+    ASSERT_EQ(device.GetPathType(), CTyUiPathname::kDevice);
+    CTyUiPathname parent;
+    device.GetParent(parent);
+    EXPECT_TRUE(parent.IsEmpty());
+    for (CTyUiPathname* p : {&device, &parent}) {
+        EXPECT_EQ(p->Trim(), PathNoPath);
+        EXPECT_EQ(p->TrimSlash(), PathNoPath);
+        EXPECT_EQ(p->TrimComponent(), PathNoPath);
+        EXPECT_EQ(p->Append(u"x"), PathNoPath);
+        EXPECT_EQ(p->AppendSlash(), PathNoPath);
+        EXPECT_EQ(p->AppendComponent(u"x"), PathNoPath);
+        EXPECT_EQ(p->ReplaceExtensionAlways(u"txt"), PathNoPath);
+        EXPECT_EQ(p->AddExtensionAlways(u"txt"), PathNoPath);
+        EXPECT_EQ(p->AddExtensionIfNoMatch(u"txt"), PathNoPath);
+        p->RemoveExtensionAlways();
+        p->GetDisplayName(out, 8);
+        EXPECT_EQ(Str(out), u"");
+        EXPECT_FALSE(p->PathMatch(u"T:\\DIR\\COM1"));
+        EXPECT_FALSE(p->GetUniqueName(result, true));
+        EXPECT_TRUE(result.IsEmpty());
+    }
+    EXPECT_EQ(Str(device.GetPathString()), u"T:\\DIR\\COM1");
+}
+
 }  // namespace

@@ -7,6 +7,12 @@
 // the process-wide volume descriptor list, which owns them and deletes them when the
 // library is unloaded; a descriptor owns m_volumeName, m_label and m_remoteName.
 //
+// States: an empty object has no text; a device (type 5) has its upper-cased text and
+// no volume; a path object (types 1 to 4) always has its text and its volume, and no
+// parse, edit, copy, parent or unique name makes one without them. No stored text is
+// longer than the volume's path limit (259 for a device), and an edit never leaves an
+// empty component in it.
+//
 // No lock anywhere: parsing, probing, Rename and Remove may change the process's
 // current directory for the length of the call, and the descriptor list grows on
 // the first parse that meets a volume.

@@ -52,9 +52,11 @@ void CTyUiPathname::GetFirstExtInList(const char16_t* list, KvString& out) {
     if (end >= 0) out = out.left(end);
 }
 
+// A device has no folder on a volume: its parent stays empty, so that every path
+// object keeps a volume.
 void CTyUiPathname::GetParent(CTyUiPathname& parent) const {
     parent.Empty();
-    if (!m_path) return;
+    if (!IsPath()) return;
     parent.AssignCopy(*this);
     parent.m_type = kDirectory;
     if (GetLastCharacter(*parent.m_path) == m_separator) parent.TrimSlash();
@@ -422,6 +424,10 @@ bool CTyUiPathname::GetUniqueName(CTyUiPathname& result, bool alwaysNew) const {
     if (IsEmpty()) return false;
     result.AssignCopy(*this);
     if (!alwaysNew && !result.Exists()) return true;
+    if (!IsPath()) {  // a device has no folder to hold a new name
+        result.Empty();
+        return false;
+    }
     KvString name, ext, directory;
     result.GetFilename(name);
     if (name.length() == 0) name = u"lumTmp";
