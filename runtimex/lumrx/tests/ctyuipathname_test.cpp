@@ -478,4 +478,35 @@ TEST_F(PathnameTest, DevicesAnswerEveryOperationWithAStatus) {
     EXPECT_EQ(Str(device.GetPathString()), u"T:\\DIR\\COM1");
 }
 
+TEST_F(PathnameTest, EditsKeepTheStoredTextWithinTheLimit) {
+    CTyUiPathname p = Parsed(u"T:\\");
+    for (int i = 0; i < 100; ++i) p.AppendComponent(u"..");
+    EXPECT_LE(std::u16string(p.GetPathString()).size(), 259u);
+    for (int i = 0; i < 100; ++i) p.Append(u"\\..");
+    EXPECT_LE(std::u16string(p.GetPathString()).size(), 259u);
+
+    p = Parsed(u"T:\\a\\");
+    EXPECT_EQ(p.AppendComponent(u"\\d"), PathBadText);
+    EXPECT_EQ(p.Append(u"\\d"), PathBadText);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a\\");
+    p = Parsed(u"T:\\a");
+    EXPECT_EQ(p.AppendComponent(u"b\\\\c"), PathBadText);
+    EXPECT_EQ(p.AddExtensionAlways(u"x\\\\y"), PathBadText);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a");
+
+    // The same holds for a relative name, whose base counts.
+    CTyUiPathname base = Parsed((u"T:\\" + std::u16string(200, u'b') + u"\\").c_str()), rel;
+    ASSERT_EQ(rel.ParseRelative(u"x", &base), PathOk);
+    for (int i = 0; i < 40; ++i) rel.AppendComponent(u"..");
+    EXPECT_LE(std::u16string(rel.GetPathString()).size() + 204, 259u);
+
+    // Devices and renames are held to the same limit.
+    std::u16string longDevice = u"T:\\" + std::u16string(300, u'd') + u"\\COM1";
+    EXPECT_EQ(p.Parse(longDevice.c_str()), PathBadText);
+    CTyUiPathname root = Parsed(u"T:\\");
+    ASSERT_EQ(rel.ParseRelative(u"sub.d\\file.txt", &root), PathOk);
+    EXPECT_FALSE(rel.Rename(std::u16string(300, u'r').c_str()));
+    EXPECT_EQ(Str(rel.GetPathString()), u"sub.d\\file.txt");
+}
+
 }  // namespace

@@ -257,6 +257,8 @@ private:
     void GetAttributes(const KvString* path, const KvString* base, path_type* type) const;
     PathErr FailParse();
     bool FindVolume(const KvString& work);
+    void ComposeFullText(KvString& out) const;
+    bool StoredTextIsValid() const;
     bool FullPathIsValid() const;
     bool CandidateIsValid(const KvString& candidatePath) const;
     void StripExtension(KvString& text) const;

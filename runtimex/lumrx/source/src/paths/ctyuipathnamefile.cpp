@@ -75,6 +75,7 @@ bool CTyUiPathname::Open(FILE** stream, const char16_t* mode) {
 bool CTyUiPathname::Rename(const char16_t* newName) {
     if (!IsPath() || !m_path || !newName) return false;
     KvString name(newName);
+    if (name.length() > m_volume->GetMaxPath()) return false;  // it becomes the stored text
     bool renamed = InDirectoryOf(m_base, [&] {
         std::u16string from, to;
         return ctyuipathhost::PosixPathOf(*m_path, from) && ctyuipathhost::PosixPathOf(name, to) &&
