@@ -364,4 +364,149 @@ TEST_F(PathnameTest, FileOperationsOnTheDrive) {
     EXPECT_FALSE(fs::exists(m_dir / "sub.d" / "renamed.bin"));
 }
 
+TEST_F(PathnameTest, OSFindSearchesAsThePlatformDoes) {
+    // The program's folder comes before the current folder, LUMRX_PATH before PATH.
+    fs::path program = fs::read_symlink("/proc/self/exe").parent_path();
+    std::string unique = m_dir.filename().string() + ".txt";
+    KvString uniqueName(unique.c_str(), KvString::kUtf8);
+    std::ofstream(program / unique) << "program";
+    std::ofstream(m_dir / unique) << "current";
+    fs::current_path(m_dir);
+    CTyUiPathname found;
+    bool inProgram = found.ParseAndOSFind(uniqueName.kwszPtr());
+    fs::remove(program / unique);
+    ASSERT_TRUE(inProgram);
+    EXPECT_EQ(found.GetPathType(), CTyUiPathname::kFile);
+    KvString expected((program / unique).c_str(), KvString::kUtf8);
+    expected.replace(u'/', u'\\');
+    EXPECT_EQ(Str(found.GetPathString()), u"Z:" + Str(expected));
+    ASSERT_TRUE(found.ParseAndOSFind(uniqueName.kwszPtr()));
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\" + Str(uniqueName));
+
+    fs::current_path(m_savedDirectory);
+    setenv("LUMRX_PATH", (m_dir / "sub.d").c_str(), 1);
+    bool inLumrxPath = found.ParseAndOSFind(u"file.txt");
+    unsetenv("LUMRX_PATH");
+    ASSERT_TRUE(inLumrxPath);
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\sub.d\\file.txt");
+
+    // A name with a folder is taken as it is, against the current folder.
+    fs::current_path(m_dir);
+    ASSERT_TRUE(found.ParseAndOSFind(u"sub.d\\file.txt"));
+    EXPECT_EQ(Str(found.GetPathString()), u"T:\\sub.d\\file.txt");
+    EXPECT_FALSE(found.ParseAndOSFind(u"sub.d"));
+    EXPECT_TRUE(found.IsEmpty());
+    EXPECT_FALSE(found.ParseAndOSFind(u"file.txt"));
+    EXPECT_FALSE(found.ParseAndOSFind(nullptr));
+}
+
+TEST_F(PathnameTest, FileOperationsKeepTheirMeaning) {
+    auto contentOf = [](const fs::path& file) {
+        std::ifstream in(file);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    };
+    std::ofstream(m_dir / "other.txt") << "other";
+    // A rename never replaces an existing target, by an absolute or a relative name.
+    CTyUiPathname file = Parsed(u"T:\\sub.d\\file.txt");
+    EXPECT_FALSE(file.Rename(u"T:\\other.txt"));
+    EXPECT_EQ(Str(file.GetPathString()), u"T:\\sub.d\\file.txt");
+    EXPECT_EQ(contentOf(m_dir / "other.txt"), "other");
+    EXPECT_EQ(contentOf(m_dir / "sub.d" / "file.txt"), "content");
+    CTyUiPathname base = Parsed(u"T:\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"other.txt", &base), PathOk);
+    EXPECT_FALSE(rel.Rename(u"sub.d\\file.txt"));
+    EXPECT_EQ(contentOf(m_dir / "sub.d" / "file.txt"), "content");
+    EXPECT_FALSE(rel.Rename(u"sub.d"));
+    EXPECT_TRUE(fs::is_directory(m_dir / "sub.d"));
+    ASSERT_TRUE(rel.Rename(u"moved.txt"));
+    EXPECT_EQ(contentOf(m_dir / "moved.txt"), "other");
+
+    // Removing deletes files only.
+    CTyUiPathname folder = Parsed(u"T:\\empty.d");
+    fs::create_directory(m_dir / "empty.d");
+    EXPECT_FALSE(folder.Remove());
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+    ASSERT_EQ(rel.ParseRelative(u"empty.d", &base), PathOk);
+    EXPECT_FALSE(rel.Remove());
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+
+    // A folder is never opened.
+    void* handle = nullptr;
+    EXPECT_FALSE(folder.OpenReadOnly(handle));
+    EXPECT_EQ(handle, reinterpret_cast<void*>(-1));
+    EXPECT_FALSE(folder.OpenWriteOnly(handle));
+    EXPECT_EQ(handle, reinterpret_cast<void*>(-1));
+    FILE* stream = nullptr;
+    EXPECT_FALSE(folder.Open(&stream, u"r"));
+    EXPECT_EQ(stream, nullptr);
+    EXPECT_FALSE(Parsed(u"T:\\").Open(&stream, u"rb"));
+    EXPECT_TRUE(fs::is_directory(m_dir / "empty.d"));
+}
+
+TEST_F(PathnameTest, DevicesAnswerEveryOperationWithAStatus) {
+    KvString out;
+    CTyUiPathname result(Parsed(u"T:\\x")), device;
+    ASSERT_EQ(device.Parse(u"COM1"), PathOk);
+    EXPECT_FALSE(device.GetUniqueName(result, false));
+    EXPECT_TRUE(result.IsEmpty());
+    EXPECT_FALSE(device.GetUniqueName(result, true));
+
+    // A device parsed after a UNC name, then its parent and the edits on both.
+    ASSERT_EQ(device.Parse(u"\\\\srv\\share\\sub.d"), PathOk);
+    ASSERT_EQ(device.Parse(u"t:\\dir\\com1"), PathOk);
+    ASSERT_EQ(device.GetPathType(), CTyUiPathname::kDevice);
+    CTyUiPathname parent;
+    device.GetParent(parent);
+    EXPECT_TRUE(parent.IsEmpty());
+    for (CTyUiPathname* p : {&device, &parent}) {
+        EXPECT_EQ(p->Trim(), PathNoPath);
+        EXPECT_EQ(p->TrimSlash(), PathNoPath);
+        EXPECT_EQ(p->TrimComponent(), PathNoPath);
+        EXPECT_EQ(p->Append(u"x"), PathNoPath);
+        EXPECT_EQ(p->AppendSlash(), PathNoPath);
+        EXPECT_EQ(p->AppendComponent(u"x"), PathNoPath);
+        EXPECT_EQ(p->ReplaceExtensionAlways(u"txt"), PathNoPath);
+        EXPECT_EQ(p->AddExtensionAlways(u"txt"), PathNoPath);
+        EXPECT_EQ(p->AddExtensionIfNoMatch(u"txt"), PathNoPath);
+        p->RemoveExtensionAlways();
+        p->GetDisplayName(out, 8);
+        EXPECT_EQ(Str(out), u"");
+        EXPECT_FALSE(p->PathMatch(u"T:\\DIR\\COM1"));
+        EXPECT_FALSE(p->GetUniqueName(result, true));
+        EXPECT_TRUE(result.IsEmpty());
+    }
+    EXPECT_EQ(Str(device.GetPathString()), u"T:\\DIR\\COM1");
+}
+
+TEST_F(PathnameTest, EditsKeepTheStoredTextWithinTheLimit) {
+    CTyUiPathname p = Parsed(u"T:\\");
+    for (int i = 0; i < 100; ++i) p.AppendComponent(u"..");
+    EXPECT_LE(std::u16string(p.GetPathString()).size(), 259u);
+    for (int i = 0; i < 100; ++i) p.Append(u"\\..");
+    EXPECT_LE(std::u16string(p.GetPathString()).size(), 259u);
+
+    p = Parsed(u"T:\\a\\");
+    EXPECT_EQ(p.AppendComponent(u"\\d"), PathBadText);
+    EXPECT_EQ(p.Append(u"\\d"), PathBadText);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a\\");
+    p = Parsed(u"T:\\a");
+    EXPECT_EQ(p.AppendComponent(u"b\\\\c"), PathBadText);
+    EXPECT_EQ(p.AddExtensionAlways(u"x\\\\y"), PathBadText);
+    EXPECT_EQ(Str(p.GetPathString()), u"T:\\a");
+
+    // The same holds for a relative name, whose base counts.
+    CTyUiPathname base = Parsed((u"T:\\" + std::u16string(200, u'b') + u"\\").c_str()), rel;
+    ASSERT_EQ(rel.ParseRelative(u"x", &base), PathOk);
+    for (int i = 0; i < 40; ++i) rel.AppendComponent(u"..");
+    EXPECT_LE(std::u16string(rel.GetPathString()).size() + 204, 259u);
+
+    // Devices and renames are held to the same limit.
+    std::u16string longDevice = u"T:\\" + std::u16string(300, u'd') + u"\\COM1";
+    EXPECT_EQ(p.Parse(longDevice.c_str()), PathBadText);
+    CTyUiPathname root = Parsed(u"T:\\");
+    ASSERT_EQ(rel.ParseRelative(u"sub.d\\file.txt", &root), PathOk);
+    EXPECT_FALSE(rel.Rename(std::u16string(300, u'r').c_str()));
+    EXPECT_EQ(Str(rel.GetPathString()), u"sub.d\\file.txt");
+}
+
 }  // namespace

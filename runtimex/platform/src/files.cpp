@@ -1,7 +1,10 @@
 #include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
+#include <cerrno>
 #include <climits>
+#include <cstdio>
+#include <fcntl.h>
 #include <cstdlib>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -74,6 +77,33 @@ std::u16string fullPathName(const std::u16string& path) {
         tail = head.substr(cut) + tail;
         head = cut == 0 ? "/" : head.substr(0, cut);
     }
+}
+
+std::FILE* openFileStream(const std::u16string& path, const char* mode) {
+    if (path.empty()) return nullptr;
+    std::FILE* stream = std::fopen(toUtf8(path).c_str(), mode);
+    struct stat st;
+    if (stream && (fstat(fileno(stream), &st) != 0 || S_ISDIR(st.st_mode))) {
+        std::fclose(stream);
+        errno = EISDIR;
+        return nullptr;
+    }
+    return stream;
+}
+
+bool renameWithoutReplacing(const std::u16string& from, const std::u16string& to) {
+    if (from.empty() || to.empty()) return false;
+    std::string source = toUtf8(from), target = toUtf8(to);
+    if (renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return true;
+    if (errno != EINVAL && errno != ENOSYS && errno != ENOTSUP) return false;
+    // A file system without the atomic form: look before renaming.
+    struct stat st;
+    return lstat(target.c_str(), &st) != 0 && errno == ENOENT &&
+           std::rename(source.c_str(), target.c_str()) == 0;
+}
+
+bool removeFile(const std::u16string& path) {
+    return !path.empty() && unlink(toUtf8(path).c_str()) == 0;
 }
 
 }  // namespace lumplatform

@@ -7,6 +7,12 @@
 // the process-wide volume descriptor list, which owns them and deletes them when the
 // library is unloaded; a descriptor owns m_volumeName, m_label and m_remoteName.
 //
+// States: an empty object has no text; a device (type 5) has its upper-cased text and
+// no volume; a path object (types 1 to 4) always has its text and its volume, and no
+// parse, edit, copy, parent or unique name makes one without them. No stored text is
+// longer than the volume's path limit (259 for a device), and an edit never leaves an
+// empty component in it.
+//
 // No lock anywhere: parsing, probing, Rename and Remove may change the process's
 // current directory for the length of the call, and the descriptor list grows on
 // the first parse that meets a volume.
@@ -251,12 +257,15 @@ private:
     void GetAttributes(const KvString* path, const KvString* base, path_type* type) const;
     PathErr FailParse();
     bool FindVolume(const KvString& work);
+    void ComposeFullText(KvString& out) const;
+    bool StoredTextIsValid() const;
     bool FullPathIsValid() const;
     bool CandidateIsValid(const KvString& candidatePath) const;
     void StripExtension(KvString& text) const;
     PathErr ChangeExtension(const char16_t* ext, bool replace);
     void ChangeBaseCase(bool upper);
-    bool PosixPath(std::string& posixPath) const;
+    bool PosixPath(std::u16string& posixPath) const;
+    FILE* OpenStream(const char* mode) const;
     static void GetFirstExtInList(const char16_t* list, KvString& out);
 
     path_type m_type = kEmpty;

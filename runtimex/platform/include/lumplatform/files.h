@@ -2,6 +2,7 @@
 // Paths are 16-bit texts; they reach the file system as UTF-8.
 #pragma once
 
+#include <cstdio>
 #include <string>
 
 namespace lumplatform {
@@ -22,5 +23,14 @@ unsigned fileAttributes(const std::u16string& path);
 // resolved and repeated separators folded; symbolic links are followed for the part of
 // the path that exists, so one file gives one text. Empty on failure.
 std::u16string fullPathName(const std::u16string& path);
+
+// Opens a C stream on a file with a C mode ("rb", "wb", ...); null if it can't, and for
+// a folder, which is never opened.
+std::FILE* openFileStream(const std::u16string& path, const char* mode);
+// Gives a file or a folder a new name; false if `to` exists already, as an existing
+// target is never replaced.
+bool renameWithoutReplacing(const std::u16string& from, const std::u16string& to);
+// Deletes a file; false for a folder, which is never removed.
+bool removeFile(const std::u16string& path);
 
 }  // namespace lumplatform

@@ -9,6 +9,8 @@
 
 namespace {
 
+constexpr int kLongestDeviceText = 259;
+
 const char16_t* const kDevices[] = {u"COM1", u"COM2", u"COM3", u"COM4",
                                     u"LPT1", u"LPT2", u"LPT3", u"AUX"};
 
@@ -108,6 +110,8 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
     StripSpaces(work);
     if (work.find(u':') != work.findRev(u':') || work.length() == 0) return FailParse();
     if (IsDeviceName(work)) {
+        // A device has no volume to set its limit: it is held to that of a path.
+        if (work.length() > kLongestDeviceText) return FailParse();
         work.makeUpper();
         m_path = new KvString(work);
         m_type = kDevice;

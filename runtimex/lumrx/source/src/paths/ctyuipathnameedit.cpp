@@ -52,9 +52,11 @@ void CTyUiPathname::GetFirstExtInList(const char16_t* list, KvString& out) {
     if (end >= 0) out = out.left(end);
 }
 
+// A device has no folder on a volume: its parent stays empty, so that every path
+// object keeps a volume.
 void CTyUiPathname::GetParent(CTyUiPathname& parent) const {
     parent.Empty();
-    if (!m_path) return;
+    if (!IsPath()) return;
     parent.AssignCopy(*this);
     parent.m_type = kDirectory;
     if (GetLastCharacter(*parent.m_path) == m_separator) parent.TrimSlash();
@@ -78,9 +80,10 @@ void CTyUiPathname::GetParent(CTyUiPathname& parent) const {
 
 // ---- full names ----
 
-bool CTyUiPathname::GetFullPath(KvString& out) const {
+// The text as stored, behind its base or, for a root-relative name without one, its
+// volume: the full name before the platform folds it.
+void CTyUiPathname::ComposeFullText(KvString& out) const {
     out.setEmpty();
-    if (m_type == kEmpty) return false;
     if (IsPath() && m_base) {
         out = *m_base;
         if (GetLastCharacter(out) != m_separator) out += m_separator;
@@ -88,6 +91,12 @@ bool CTyUiPathname::GetFullPath(KvString& out) const {
         out = *m_volume->GetVolumeName();
     }
     out += *m_path;
+}
+
+bool CTyUiPathname::GetFullPath(KvString& out) const {
+    out.setEmpty();
+    if (m_type == kEmpty) return false;
+    ComposeFullText(out);
     KvString full;
     if (ctyuipathhost::FullName(out, full) && full.length() >= 1 && full.length() <= 259)
         out = full;
@@ -202,10 +211,19 @@ bool CTyUiPathname::CandidateIsValid(const KvString& candidatePath) const {
     return m_volume->IsValidPath(candidate, m_type == kWildcard);
 }
 
+// The full name may fold "..", so the text as stored is judged too: no edit keeps a
+// text over the volume's limit or with an empty component, whatever its kind of volume.
+bool CTyUiPathname::StoredTextIsValid() const {
+    KvString stored;
+    ComposeFullText(stored);
+    return KvString(stored.kwszPtr() + 1).find(u"\\\\") < 0 &&
+           stored.length() <= m_volume->GetMaxPath() && CandidateIsValid(stored);
+}
+
 bool CTyUiPathname::FullPathIsValid() const {
     KvString full;
     GetFullPath(full);
-    return CandidateIsValid(full);
+    return CandidateIsValid(full) && StoredTextIsValid();
 }
 
 PathErr CTyUiPathname::Append(const char16_t* text) {
@@ -213,7 +231,12 @@ PathErr CTyUiPathname::Append(const char16_t* text) {
     KvString full;
     GetFullPath(full);
     if (!text || !CandidateIsValid(full + text)) return PathBadText;
+    KvString saved(*m_path);
     *m_path += text;
+    if (!StoredTextIsValid()) {
+        *m_path = saved;
+        return PathBadText;
+    }
     m_type = kNotFound;
     return PathOk;
 }
@@ -226,6 +249,10 @@ PathErr CTyUiPathname::AppendSlash() {
     GetFullPath(full);
     if (!CandidateIsValid(full + m_separator)) return PathBadText;
     *m_path += m_separator;
+    if (!StoredTextIsValid()) {
+        *m_path = m_path->left(m_path->length() - 1);
+        return PathBadText;
+    }
     if (m_type != kDirectory) m_type = kNotFound;
     return PathOk;
 }
@@ -422,6 +449,10 @@ bool CTyUiPathname::GetUniqueName(CTyUiPathname& result, bool alwaysNew) const {
     if (IsEmpty()) return false;
     result.AssignCopy(*this);
     if (!alwaysNew && !result.Exists()) return true;
+    if (!IsPath()) {  // a device has no folder to hold a new name
+        result.Empty();
+        return false;
+    }
     KvString name, ext, directory;
     result.GetFilename(name);
     if (name.length() == 0) name = u"lumTmp";

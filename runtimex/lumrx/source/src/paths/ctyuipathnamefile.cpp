@@ -1,6 +1,7 @@
 // CTyUiPathname: the file operations, on the file system behind the drive table.
 #include "ctyuipathname.h"
 
+#include "lumplatform/files.h"
 #include "paths/ctyuipathnamehost.h"
 
 #include <cstdio>
@@ -36,23 +37,27 @@ bool CTyUiPathname::Exists() {
 }
 
 // The POSIX path of the full name; false if no drive reaches it.
-bool CTyUiPathname::PosixPath(std::string& posixPath) const {
+bool CTyUiPathname::PosixPath(std::u16string& posixPath) const {
     KvString full;
     return GetFullPath(full) && ctyuipathhost::PosixPathOf(full, posixPath);
 }
 
+// A stream on the file of a path object; a folder is never opened.
+FILE* CTyUiPathname::OpenStream(const char* mode) const {
+    std::u16string posix;
+    return IsPath() && PosixPath(posix) ? lumplatform::openFileStream(posix, mode) : nullptr;
+}
+
 bool CTyUiPathname::OpenReadOnly(void*& handle) {
     if (m_type == kDevice) return handle != kInvalidHandle && handle != nullptr;
-    std::string posix;
-    FILE* file = IsPath() && PosixPath(posix) ? std::fopen(posix.c_str(), "rb") : nullptr;
+    FILE* file = OpenStream("rb");
     handle = file ? file : kInvalidHandle;
     return file != nullptr;
 }
 
 bool CTyUiPathname::OpenWriteOnly(void*& handle) {
     if (m_type == kDevice) return handle != kInvalidHandle && handle != nullptr;
-    std::string posix;
-    FILE* file = IsPath() && PosixPath(posix) ? std::fopen(posix.c_str(), "wb") : nullptr;
+    FILE* file = OpenStream("wb");
     handle = file ? file : kInvalidHandle;
     return file != nullptr;
 }
@@ -60,29 +65,32 @@ bool CTyUiPathname::OpenWriteOnly(void*& handle) {
 bool CTyUiPathname::Open(FILE** stream, const char16_t* mode) {
     if (!stream) return false;
     *stream = nullptr;
-    std::string posix;
+    std::u16string posix;
     if (!mode || !(IsPath() || m_type == kDevice) || !PosixPath(posix)) return false;
-    *stream = std::fopen(posix.c_str(), NarrowMode(mode).c_str());
+    *stream = lumplatform::openFileStream(posix, NarrowMode(mode).c_str());
     return *stream != nullptr;
 }
 
+// An existing target is never replaced: the rename fails instead.
 bool CTyUiPathname::Rename(const char16_t* newName) {
     if (!IsPath() || !m_path || !newName) return false;
     KvString name(newName);
+    if (name.length() > m_volume->GetMaxPath()) return false;  // it becomes the stored text
     bool renamed = InDirectoryOf(m_base, [&] {
-        std::string from, to;
+        std::u16string from, to;
         return ctyuipathhost::PosixPathOf(*m_path, from) && ctyuipathhost::PosixPathOf(name, to) &&
-               std::rename(from.c_str(), to.c_str()) == 0;
+               lumplatform::renameWithoutReplacing(from, to);
     });
     if (renamed) *m_path = name;
     return renamed;
 }
 
+// Files only: a folder is never removed.
 bool CTyUiPathname::Remove() {
     if (!IsPath() || !m_path) return false;
     return InDirectoryOf(m_base, [&] {
-        std::string posix;
-        return ctyuipathhost::PosixPathOf(*m_path, posix) && std::remove(posix.c_str()) == 0;
+        std::u16string posix;
+        return ctyuipathhost::PosixPathOf(*m_path, posix) && lumplatform::removeFile(posix);
     });
 }
 

@@ -2,20 +2,13 @@
 
 #include "lumplatform/drives.h"
 #include "lumplatform/files.h"
+#include "lumplatform/loader.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <vector>
 
 namespace ctyuipathhost {
 namespace {
 
 std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
-
-std::string Utf8(const std::u16string& s) {
-    KvString text(s.c_str());
-    return std::string(text.utf8Ptr());
-}
 
 }  // namespace
 
@@ -27,13 +20,10 @@ bool FullName(const KvString& windowsName, KvString& fullName) {
     return true;
 }
 
-bool PosixPathOf(const KvString& windowsName, std::string& posixPath) {
-    std::u16string full, posix;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok ||
-        lumplatform::posixPathOf(full, posix) != lumplatform::DriveStatus::ok)
-        return false;
-    posixPath = Utf8(posix);
-    return true;
+bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath) {
+    std::u16string full;
+    return lumplatform::fullWindowsName(Text(windowsName), full) == lumplatform::DriveStatus::ok &&
+           lumplatform::posixPathOf(full, posixPath) == lumplatform::DriveStatus::ok;
 }
 
 unsigned AttributesOf(const KvString& windowsName) {
@@ -46,27 +36,20 @@ unsigned AttributesOf(const KvString& windowsName) {
 
 bool SearchFile(const KvString& name, KvString& found) {
     if (name.length() == 0) return false;
-    std::vector<KvString> candidates{name};
-    const char* path = std::getenv("PATH");
-    if (name.findOneOf(u"\\/:") < 0 && path) {
-        std::string list(path);
-        for (size_t start = 0; start <= list.size();) {
-            size_t end = std::min(list.find(':', start), list.size());
-            std::u16string windowsDir;
-            KvString posixDir(list.substr(start, end - start).c_str(), KvString::kUtf8);
-            if (posixDir.length() != 0 &&
-                lumplatform::windowsNameOf(Text(posixDir), windowsDir) == lumplatform::DriveStatus::ok)
-                candidates.push_back(KvString(windowsDir.c_str()) + u"\\" + name);
-            start = end + 1;
-        }
+    std::u16string text = Text(name);
+    // A name with a folder or a drive reaches the search as its POSIX path, which the
+    // search takes as it is; a bare name goes through the search's folders.
+    if (name.findOneOf(u"\\/:") >= 0) {
+        std::u16string full;
+        if (lumplatform::fullWindowsName(text, full) != lumplatform::DriveStatus::ok ||
+            lumplatform::posixPathOf(full, text) != lumplatform::DriveStatus::ok)
+            return false;
     }
-    for (const KvString& candidate : candidates) {
-        unsigned attributes = AttributesOf(candidate);
-        if (attributes != lumplatform::kNoAttributes &&
-            !(attributes & lumplatform::kAttributeDirectory))
-            return FullName(candidate, found);
-    }
-    return false;
+    std::u16string posix = lumplatform::searchFile(text), windows;
+    if (posix.empty() || lumplatform::windowsNameOf(posix, windows) != lumplatform::DriveStatus::ok)
+        return false;
+    found = windows.c_str();
+    return true;
 }
 
 bool NetworkName(const KvString& windowsName, KvString& networkName) {

@@ -18,11 +18,11 @@ bool NetworkName(const KvString& windowsName, KvString& networkName);
 bool CurrentDirectory(KvString& name);
 bool ChangeDirectory(const KvString& name);
 // The POSIX path of a Windows name, relative ones against the current directory.
-bool PosixPathOf(const KvString& windowsName, std::string& posixPath);
+bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath);
 
-// The platform's search for a file: `name` itself if it holds a directory or a drive,
-// else the current directory, then each directory of PATH that a drive reaches. The
-// full Windows name of the file found.
+// The platform's search for a file (lumplatform::searchFile): `name` itself if it holds
+// a folder or a drive, else the program's folder, the current folder, LUMRX_PATH, then
+// PATH. The full Windows name of the file found; false if none, or no drive reaches it.
 bool SearchFile(const KvString& name, KvString& found);
 
 // Saves the current directory, changes to `base` and changes back when it ends;
