@@ -79,7 +79,7 @@ deb() {
     for f in usr/lib/liblumrx.so usr/lib/liblumosbase.so usr/lib/liblumpal.so usr/lib/liblumuinfo.so \
              usr/lib/LumRxRes.so usr/lib/cmake/LumRx/LumRxConfig.cmake usr/lib/cmake/LumRx/LumRxModule.cmake \
              usr/lib/pkgconfig/lumrx.pc usr/include/lumrx/kvrxmodule.h usr/include/lumrx/kvrxruntime.h \
-             usr/bin/lumrx-host usr/bin/lumrx-reg; do
+             usr/bin/lumrx-host usr/bin/lumrx-reg usr/bin/lumrx-inspect; do
         [ -f "$root/$f" ] || fail "not in the package: $f"
     done
     # CMake against the unpacked tree.
@@ -88,6 +88,10 @@ deb() {
         fail "configure: $(cat "$work/configure.log")"
     "$cmake" --build "$work/cmake" >"$work/build.log" 2>&1 || fail "build: $(cat "$work/build.log")"
     host_loads "$root/usr/bin/lumrx-host" "$work/cmake/hello.krx"
+    # The packaged inspector judges it from the package's own libraries.
+    "$root/usr/bin/lumrx-inspect" --load "$work/cmake/hello.krx" >"$work/inspect.txt" 2>&1 ||
+        fail "lumrx-inspect: $(cat "$work/inspect.txt")"
+    grep -qxF '  class: HelloThing' "$work/inspect.txt" || fail "lumrx-inspect: $(cat "$work/inspect.txt")"
     # pkg-config against the unpacked tree.
     build_with_pkg_config "$root/usr/lib/pkgconfig" "$work/make"
     host_loads "$root/usr/bin/lumrx-host" "$work/make/hello.krx"
