@@ -6,3 +6,6 @@ foreach(case static load json usage)
       $<TARGET_FILE_DIR:greeting> $<TARGET_FILE_DIR:krxgood> ${case})
   set_tests_properties(lumrxinspect.${case} PROPERTIES TIMEOUT 120)
 endforeach()
+# The image file reader under lumrx-inspect reads the linker's test modules.
+target_compile_definitions(platformimagefile_test PRIVATE LUMRX_TEST_MODULE_DIR="${CMAKE_CURRENT_BINARY_DIR}/krx")
+add_dependencies(platformimagefile_test krxuser krxdep krxgood krxnoentry)
