@@ -6,7 +6,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 packages=(cmake ninja-build g++ binutils pkg-config googletest libgtest-dev libgmock-dev
-          libbenchmark-dev libicu-dev libsqlite3-dev clang libclang-rt-14-dev)
+          libbenchmark-dev libicu-dev libsqlite3-dev clang libclang-rt-14-dev make dpkg-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")

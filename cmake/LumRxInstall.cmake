@@ -1,6 +1,6 @@
 # `cmake --install`: the runtime, its sibling libraries and its message texts, the
-# headers a module or a host needs, and the CMake package (LumRxConfig.cmake, its version file
-# and the exported targets LumRx::...).
+# headers a module or a host needs, the CMake package (LumRxConfig.cmake, its version file
+# and the exported targets LumRx::...) and the pkg-config file lumrx.pc.
 include(CMakePackageConfigHelpers)
 
 set(LUMRX_INSTALL_CMAKEDIR ${CMAKE_INSTALL_LIBDIR}/cmake/LumRx)
@@ -30,3 +30,9 @@ install(FILES ${PROJECT_BINARY_DIR}/LumRxConfig.cmake
               ${PROJECT_BINARY_DIR}/LumRxConfigVersion.cmake
               ${PROJECT_SOURCE_DIR}/cmake/LumRxModule.cmake
   DESTINATION ${LUMRX_INSTALL_CMAKEDIR})
+
+# lumrx.pc names its prefix relative to its own folder, lib/pkgconfig or the like.
+file(RELATIVE_PATH LUMRX_PC_TO_PREFIX /prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig /prefix)
+string(REGEX REPLACE "/$" "" LUMRX_PC_TO_PREFIX "${LUMRX_PC_TO_PREFIX}")
+configure_file(${PROJECT_SOURCE_DIR}/cmake/lumrx.pc.in ${PROJECT_BINARY_DIR}/lumrx.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/lumrx.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

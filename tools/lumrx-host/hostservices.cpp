@@ -3,6 +3,7 @@
 #include "lumplatform/files.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
+#include "lumuinfo.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -94,9 +95,11 @@ HostServices::HostServices(const HostOptions& options)
       m_runtime(options.acceptNonMdi, m_recorder.get()) {
     // Every diagnostic line of the process goes to the host's record.
     if (m_recorder) m_previousRecorder = lumSetCrashRecorder(m_recorder.get());
+    SetOemProductName(m_options.productName.c_str());
 }
 
 HostServices::~HostServices() {
+    SetOemProductName(nullptr);
     if (m_recorder) lumSetCrashRecorder(m_previousRecorder);
 }
 

@@ -63,6 +63,8 @@ private:
 struct HostOptions {
     std::vector<std::u16string> searchPath;  // directories, in order
     std::u16string productKey = u"Software\\Lumora\\LumRx";
+    // The product's name in user messages.
+    std::u16string productName = u"Lumora";
     // Empty: the file LUMRX_CRASH_RECORD names, through the process's recorder, else
     // standard error.
     std::string crashRecordFile;
@@ -72,7 +74,7 @@ struct HostOptions {
 class HostServices : public KvDbHostApplicationServices {
 public:
     // Opens the crash record file if the options name one; check ready() afterwards.
-    // Installs its recorder as the process's for its lifetime.
+    // Installs its recorder as the process's, and names the product, for its lifetime.
     explicit HostServices(const HostOptions& options);
     ~HostServices() override;
     HostServices(const HostServices&) = delete;

@@ -21,11 +21,12 @@ using namespace lumrxhost;
 namespace {
 
 const char* const kUsage =
-    "usage: lumrx-host [--path DIR[:DIR...]]... [--product-key KEY] [--crash-record FILE]\n"
-    "                  [--refuse-non-mdi] [SCRIPT | -]\n"
+    "usage: lumrx-host [--path DIR[:DIR...]]... [--product-key KEY] [--product-name NAME]\n"
+    "                  [--crash-record FILE] [--refuse-non-mdi] [SCRIPT | -]\n"
     "  --path DIRS          directories to look for modules in, before the program's own\n"
     "                       directory, the current directory, LUMRX_PATH and PATH\n"
     "  --product-key KEY    the product's registry key (default Software\\Lumora\\LumRx)\n"
+    "  --product-name NAME  the product's name in user messages (default Lumora)\n"
     "  --crash-record FILE  append the runtime's diagnostic lines to FILE (default: the\n"
     "                       file LUMRX_CRASH_RECORD names, else standard error)\n"
     "  --refuse-non-mdi     refuse modules that don't declare multi-document awareness\n"
@@ -59,6 +60,12 @@ bool parseArguments(int argc, char** argv, Arguments& out) {
             out.host.productKey = u16(argv[++i]);
             if (out.host.productKey.empty()) {
                 printError("lumrx-host: the product key is empty\n" + std::string(kUsage));
+                return false;
+            }
+        } else if (arg == "--product-name" && hasValue) {
+            out.host.productName = u16(argv[++i]);
+            if (out.host.productName.empty()) {
+                printError("lumrx-host: the product name is empty\n" + std::string(kUsage));
                 return false;
             }
         } else if (arg == "--crash-record" && hasValue) {

@@ -15,10 +15,13 @@ const Text kTexts[] = {
     {1005, u"Module %s cannot be unloaded now: it is locked or handling a message."},
     {1006, u"%s is not a usable extension module."},
     {1007, u"Module %s loaded."},
-    {1008, u"Module %s, or a library it needs, could not be found."},
+    {1008, u"Module %s could not be loaded: a library it needs, or a symbol it uses, could not be "
+           u"found."},
     {1010, u"Module %s could not be found."},
-    {1012, u"%s is built for a 64-bit processor that this %s does not run on; use a build of "
-           u"the module made for this %s."},
+    // The loader refused the file and it names a 64-bit processor: a Windows image, or an
+    // ELF file that isn't a shared object for this system.
+    {1012, u"%s is a Windows image, or another 64-bit image, that %s on Linux cannot load; use a "
+           u"build of the module made for %s on Linux."},
     {1015, u"Module %s was built for another version of %s."},
 };
 

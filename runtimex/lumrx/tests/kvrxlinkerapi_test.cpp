@@ -74,11 +74,11 @@ TEST_F(LinkerApi, EveryRefusalShowsItsMessage) {
         {text, {text + " is not a usable extension module.", "Unable to load module " + text + "."}},
         {cut, {cut + " is not a usable extension module.", "Unable to load module " + cut + "."}},
         {windows,
-         {windows + " is built for a 64-bit processor that this Lumora Test does not run on; use a build of "
-                    "the module made for this Lumora Test.",
+         {windows + " is a Windows image, or another 64-bit image, that Lumora Test on Linux cannot load; use "
+                    "a build of the module made for Lumora Test on Linux.",
           "Unable to load module " + windows + "."}},
         {lonely,
-         {"Module " + lonely + ", or a library it needs, could not be found.",
+         {"Module " + lonely + " could not be loaded: a library it needs, or a symbol it uses, could not be found.",
           "Unable to load module " + lonely + "."}},
         // A remote name is fetched, not searched: its local file is named.
         {"remote:absent.krx",

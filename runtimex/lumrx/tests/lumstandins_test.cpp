@@ -296,14 +296,37 @@ TEST(LumUInfoTest, ProductNamesFromTheEnvironment) {
     EXPECT_EQ(utf8(kvoreConfig()->language().shortName()), "de_DE");
 }
 
-TEST(LumUInfoTest, NoProductNamesWhenUnset) {
+TEST(LumUInfoTest, NoPrefixWhenUnsetAndTheProductIsLumora) {
     unsetenv("LUMRX_PRODUCT_PREFIX");
     unsetenv("LUMRX_OEM_PRODUCT_NAME");
     std::vector<char16_t> out(1024, u'?');
     EXPECT_EQ(GetKvoreProductPreName(out.data()), 0);
-    EXPECT_EQ(GetOemProductName(), nullptr);
+    ASSERT_NE(GetOemProductName(), nullptr);
+    EXPECT_EQ(utf8(GetOemProductName()), "Lumora");
     setenv("LUMRX_PRODUCT_PREFIX", "", 1);
     EXPECT_EQ(GetKvoreProductPreName(out.data()), 0);
+    setenv("LUMRX_OEM_PRODUCT_NAME", "", 1);
+    EXPECT_EQ(utf8(GetOemProductName()), "Lumora");
+}
+
+// The host's name counts before the environment's, until the host takes it back; a
+// change of the environment is seen by the next call.
+TEST(LumUInfoTest, TheHostNamesTheProduct) {
+    setenv("LUMRX_OEM_PRODUCT_NAME", "Acme CAD", 1);
+    EXPECT_EQ(utf8(GetOemProductName()), "Acme CAD");
+    std::u16string name = u"Road Designer";
+    SetOemProductName(name.c_str());
+    name = u"changed";  // the name was copied
+    EXPECT_EQ(utf8(GetOemProductName()), "Road Designer");
+    SetOemProductName(u"");
+    EXPECT_EQ(utf8(GetOemProductName()), "Acme CAD");
+    setenv("LUMRX_OEM_PRODUCT_NAME", "Acme Civil", 1);
+    const char16_t* first = GetOemProductName();
+    EXPECT_EQ(GetOemProductName(), first);
+    EXPECT_EQ(utf8(first), "Acme Civil");
+    SetOemProductName(nullptr);
+    unsetenv("LUMRX_OEM_PRODUCT_NAME");
+    EXPECT_EQ(utf8(GetOemProductName()), "Lumora");
 }
 
 }  // namespace

@@ -53,9 +53,28 @@ int GetKvoreProductPreName(char16_t* out) {
     return int(prefix.size());
 }
 
+namespace {
+
+// The name the host gave; empty when it gave none.
+std::u16string& hostProductName() {
+    static std::u16string name;
+    return name;
+}
+
+}  // namespace
+
 const char16_t* GetOemProductName() {
-    static const std::u16string name = environmentText("LUMRX_OEM_PRODUCT_NAME");
-    return std::getenv("LUMRX_OEM_PRODUCT_NAME") ? name.c_str() : nullptr;
+    if (!hostProductName().empty()) return hostProductName().c_str();
+    // Read on every call, as the environment may change; the text is replaced only when
+    // it does, so a pointer given out before stays good meanwhile.
+    static std::u16string configured;
+    std::u16string now = environmentText("LUMRX_OEM_PRODUCT_NAME");
+    if (now != configured) configured = now;
+    return configured.empty() ? u"Lumora" : configured.c_str();
+}
+
+void SetOemProductName(const char16_t* name) {
+    hostProductName() = name ? name : u"";
 }
 
 void* LoadResourceDll(const char16_t* name) {

@@ -2,6 +2,7 @@
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
 
+#include <algorithm>
 #include <dlfcn.h>
 #include <cstdint>
 #include <cstring>
@@ -33,9 +34,26 @@ static bool isOwnFormat(const ElfW(Ehdr)& header) {
            header.e_phentsize == sizeof(ElfW(Phdr));
 }
 
-// True if every segment the dynamic loader would map lies inside the file: a file cut
-// short would otherwise map and fault on first touch.
-static bool segmentsInFile(int fd, const ElfW(Ehdr)& header, uint64_t fileSize) {
+// True if the dynamic segment marks a program built position-independent: the dynamic
+// loader refuses to open one as a library.
+static bool isPositionIndependentProgram(int fd, const std::vector<ElfW(Phdr)>& segments) {
+    constexpr uint64_t kMostEntries = 65536;
+    for (const ElfW(Phdr)& s : segments) {
+        if (s.p_type != PT_DYNAMIC) continue;
+        std::vector<ElfW(Dyn)> entries(std::min<uint64_t>(s.p_filesz / sizeof(ElfW(Dyn)), kMostEntries));
+        size_t bytes = entries.size() * sizeof(ElfW(Dyn));
+        if (bytes == 0 || pread(fd, entries.data(), bytes, off_t(s.p_offset)) != ssize_t(bytes)) return false;
+        for (const ElfW(Dyn)& d : entries) {
+            if (d.d_tag == DT_NULL) break;
+            if (d.d_tag == DT_FLAGS_1 && (d.d_un.d_val & DF_1_PIE)) return true;
+        }
+    }
+    return false;
+}
+
+// True if every segment the dynamic loader would map lies inside the file (a file cut
+// short would otherwise map and fault on first touch), and the file is no program.
+static bool segmentsLoadable(int fd, const ElfW(Ehdr)& header, uint64_t fileSize) {
     uint64_t tableEnd = uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
     if (header.e_phnum == 0 || tableEnd > fileSize) return false;
     std::vector<ElfW(Phdr)> segments(header.e_phnum);
@@ -45,7 +63,7 @@ static bool segmentsInFile(int fd, const ElfW(Ehdr)& header, uint64_t fileSize) 
         bool mapped = s.p_type == PT_LOAD || s.p_type == PT_DYNAMIC;
         if (mapped && (s.p_offset > fileSize || s.p_filesz > fileSize - s.p_offset)) return false;
     }
-    return true;
+    return !isPositionIndependentProgram(fd, segments);
 }
 
 static bool isLoadableHere(const std::string& path) {
@@ -54,10 +72,12 @@ static bool isLoadableHere(const std::string& path) {
     ElfW(Ehdr) header;
     struct stat st;
     bool ok = fstat(fd, &st) == 0 && pread(fd, &header, sizeof header, 0) == ssize_t(sizeof header) &&
-              isOwnFormat(header) && segmentsInFile(fd, header, uint64_t(st.st_size));
+              isOwnFormat(header) && segmentsLoadable(fd, header, uint64_t(st.st_size));
     close(fd);
     return ok;
 }
+
+bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(path)); }
 
 void* openImage(const std::u16string& path, int& error) {
     std::string narrow = toUtf8(path);

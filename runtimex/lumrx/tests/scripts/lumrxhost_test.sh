@@ -227,6 +227,27 @@ END
 
 # On a terminal the host prompts and doesn't echo; elsewhere it echoes and doesn't
 # prompt. The terminal comes from script(1); without it the case is skipped (77).
+# Messages that name the product: a Windows image (a PE header for x86-64) and a module
+# for another API version, under the host's own product name and under one it is given.
+windows() {
+    # "MZ", the NT header offset 0x80 at 0x3C, "PE\0\0" and machine 0x8664 there.
+    { printf 'MZ'; head -c 58 /dev/zero; printf '\x80\0\0\0'; head -c 64 /dev/zero
+      printf 'PE\0\0\x64\x86'; head -c 378 /dev/zero; } >windows.krx
+    [ "$(stat -c %s windows.krx)" = 512 ] || fail "the image is $(stat -c %s windows.krx) bytes"
+    host_script < <(printf 'load %s\nload %s\n' "$work/windows.krx" "$testmodules/krxoldapi.krx")
+    expect_status 1
+    in_order "> load $work/windows.krx" \
+        "message: $work/windows.krx is a Windows image, or another 64-bit image, that Lumora on Linux cannot load; use a build of the module made for Lumora on Linux." \
+        "message: Unable to load module $work/windows.krx." \
+        "> load $testmodules/krxoldapi.krx" \
+        "message: Module $testmodules/krxoldapi.krx was built for another version of Lumora."
+    host_script --product-name 'Road Designer' < <(printf 'load %s\n' "$work/windows.krx")
+    has_line "message: $work/windows.krx is a Windows image, or another 64-bit image, that Road Designer on Linux cannot load; use a build of the module made for Road Designer on Linux."
+    "$host" --product-name '' script.lumrx >out.txt 2>&1; status=$?
+    expect_status 2
+    has_line 'lumrx-host: the product name is empty'
+}
+
 prompt() {
     command -v script >/dev/null || exit 77
     printf 'apps\n' | script -qec "'$host' --crash-record crash.txt" /dev/null >out.txt 2>&1

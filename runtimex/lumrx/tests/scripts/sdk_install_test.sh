@@ -23,7 +23,7 @@ for f in lib/liblumrx.so lib/liblumosbase.so lib/liblumpal.so lib/liblumuinfo.so
          lib/cmake/LumRx/LumRxTargets.cmake lib/cmake/LumRx/LumRxModule.cmake \
          include/lumrx/kvrxmodule.h include/lumrx/kvrxruntime.h include/lumrx/lumosbase.h \
          include/lumrx/lumpal.h include/lumrx/lumuinfo.h include/lumrx/lumrxhost.h \
-         bin/lumrx-host bin/lumrx-reg; do
+         bin/lumrx-host bin/lumrx-reg bin/lumrx-inspect; do
     [ -f "$prefix/$f" ] || fail "not installed: $f"
 done
 # The portability layer stays inside: none of its headers is installed.

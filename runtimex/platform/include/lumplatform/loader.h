@@ -14,6 +14,9 @@ constexpr int kImageNotLoadable = 193;  // the file is no loadable image for thi
 // Opens the image at `path` and runs its static initialisers. On failure the result is
 // null and `error` is kImageMissing or kImageNotLoadable; on success `error` is 0.
 void* openImage(const std::u16string& path, int& error);
+// True if openImage would hand the file at `path` to the system: an ELF shared object of
+// this process's format whose mapped segments lie inside the file.
+bool isLoadableImage(const std::u16string& path);
 // The handle of the image at `path` if the process has it mapped, else null. Adds no
 // reference.
 void* mappedImage(const std::u16string& path);
