@@ -130,6 +130,14 @@ json() {
     [ "$(wc -l <out.txt)" = 2 ] || fail "not one line per file"
     has_line "{\"file\":\"$examples/welcome.krx\",\"loadable\":true,\"reason\":null,\"image\":\"ELF shared object\",\"machine\":\"x86-64\",\"thisMachine\":\"x86-64\",\"sameMachine\":true,\"exports\":{\"kvrxGetApiVersion\":true,\"kvrxEntryPoint\":true},\"modules\":[{\"name\":\"greeting.krx\",\"path\":\"$examples/greeting.krx\"}],\"unresolvedLibraries\":[]}"
     has_line '{"file":"odd \"name\".krx","loadable":false,"reason":"it is neither an ELF nor a Windows image","image":"none","machine":null,"thisMachine":"x86-64","sameMachine":false,"exports":{"kvrxGetApiVersion":false,"kvrxEntryPoint":false},"modules":[],"unresolvedLibraries":[]}'
+    # A name that isn't UTF-8, with a line break and a tab: the stream stays one valid
+    # line per file.
+    bad=$(printf 'bad\xff\xc3\x28\xed\xa0\x80 \xc3\xa9\n\tname')
+    run --json "$bad"
+    expect_status 1
+    [ "$(wc -l <out.txt)" = 1 ] || fail "a file name broke the line"
+    grep -qF '{"file":"bad\ufffd\ufffd(\ufffd\ufffd\ufffd é\u000a\u0009name","loadable":false,"reason":"there is no such file"' out.txt ||
+        fail "the name isn't escaped as it should be"
     run --json --load "$testmodules/krxoldapi.krx"
     expect_status 1
     grep -qF "\"load\":{\"loaded\":false,\"apiVersion\":\"0x07E40003\",\"firstMessage\":\"not sent\",\"classes\":[],\"services\":[],\"messages\":[\"Module $testmodules/krxoldapi.krx was built for another version of Lumora.\",\"Unable to load module $testmodules/krxoldapi.krx.\"]}}" out.txt ||
