@@ -44,6 +44,8 @@ static() {
     printf '\xb7\x00' | dd of=aarch64.krx bs=1 seek=18 conv=notrunc status=none
     # A module of a statically linked pair, away from the module it needs.
     cp "$testmodules/krxuser.krx" lonely.krx
+    # One that needs a library nobody has: liblumrx.so renamed in its string table.
+    LC_ALL=C sed 's/liblumrx\.so/liblumxx.so/g' "$testmodules/krxuser.krx" >unresolved.krx
     run "$examples/greeting.krx" "$examples/welcome.krx"
     expect_status 0
     has_line "$examples/greeting.krx: loadable module"
@@ -77,6 +79,15 @@ static() {
     report_has aarch64.krx '  machine: AArch64 (this machine: x86-64)'
     has_line 'lonely.krx: not a loadable module: the module krxdep.krx it needs is missing'
     report_has lonely.krx '  needs module: krxdep.krx -> missing'
+    # Beside the module it needs, but a library is missing.
+    cp "$testmodules/krxdep.krx" krxdep.krx
+    run unresolved.krx
+    expect_status 1
+    has_line 'unresolved.krx: not a loadable module: the library liblumxx.so it needs is not found'
+    report_has unresolved.krx "  needs module: krxdep.krx -> $work/krxdep.krx"
+    report_has unresolved.krx '  unresolved library: liblumxx.so'
+    run --load unresolved.krx
+    report_has unresolved.krx "  message: Module $work/unresolved.krx could not be loaded: a library it needs, or a symbol it uses, could not be found."
     # Reading never runs a module: the test modules log every mapping when asked to.
     export LUMRX_TEST_MODULE_LOG=$work/modules.log
     run "$testmodules/krxgood.krx" "$testmodules/krxuser.krx"
