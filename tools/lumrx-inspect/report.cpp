@@ -20,10 +20,32 @@ void appendList(std::string& out, const std::string& heading, const std::vector<
     for (const std::string& item : items) out += "  " + heading + ": " + item + "\n";
 }
 
+// The length of the well-formed UTF-8 sequence at `at` (no overlong forms, surrogates
+// or values above U+10FFFF), 0 if there is none.
+size_t utf8Sequence(const std::string& text, size_t at) {
+    auto byte = [&](size_t i) { return i < text.size() ? (unsigned char)text[i] : 0u; };
+    unsigned lead = byte(at);
+    size_t length = lead < 0x80 ? 1 : lead >= 0xC2 && lead <= 0xDF ? 2 : lead >= 0xE0 && lead <= 0xEF ? 3
+                  : lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
+    unsigned second = byte(at + 1);
+    if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
+        (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F))
+        return 0;
+    for (size_t i = 1; i < length; ++i)
+        if ((byte(at + i) & 0xC0) != 0x80) return 0;
+    return length;
+}
+
+// A JSON string; bytes that aren't UTF-8 (a file name may hold any) become U+FFFD.
 std::string jsonString(const std::string& text) {
     std::string out = "\"";
-    for (unsigned char c : text) {
-        if (c == '"' || c == '\\') {
+    for (size_t at = 0; at < text.size();) {
+        unsigned char c = (unsigned char)text[at];
+        size_t length = utf8Sequence(text, at);
+        if (length == 0) {
+            out += "\\ufffd";
+            length = 1;
+        } else if (c == '"' || c == '\\') {
             out += '\\';
             out += char(c);
         } else if (c < 0x20) {
@@ -31,8 +53,9 @@ std::string jsonString(const std::string& text) {
             std::snprintf(escape, sizeof escape, "\\u%04x", c);
             out += escape;
         } else {
-            out += char(c);
+            out.append(text, at, length);
         }
+        at += length;
     }
     return out + "\"";
 }

@@ -40,15 +40,15 @@ public:
     ReadOnlyFile& operator=(const ReadOnlyFile&) = delete;
 
     bool isOpen() const { return m_fd >= 0; }
+    bool holds(uint64_t offset, uint64_t size) const { return offset <= m_size && size <= m_size - offset; }
     // Reads `size` bytes at `offset`; false if they don't all lie in the file.
     bool read(uint64_t offset, void* out, uint64_t size) const {
-        if (offset > m_size || size > m_size - offset) return false;
-        return pread(m_fd, out, size_t(size), off_t(offset)) == ssize_t(size);
+        return holds(offset, size) && pread(m_fd, out, size_t(size), off_t(offset)) == ssize_t(size);
     }
     // `size` bytes at `offset`, or nothing if they don't lie in the file or are too many.
     std::vector<char> bytes(uint64_t offset, uint64_t size) const {
         std::vector<char> out;
-        if (size == 0 || size > kMostTableBytes) return out;
+        if (size == 0 || size > kMostTableBytes || !holds(offset, size)) return out;
         out.resize(size_t(size));
         if (!read(offset, out.data(), size)) out.clear();
         return out;
@@ -113,7 +113,8 @@ template <typename T>
 std::vector<T> entriesOf(const ReadOnlyFile& file, const ElfW(Shdr)& section) {
     uint64_t count = section.sh_size / sizeof(T);
     std::vector<T> entries;
-    if (count == 0 || count * sizeof(T) > kMostTableBytes) return entries;
+    if (count == 0 || count * sizeof(T) > kMostTableBytes || !file.holds(section.sh_offset, count * sizeof(T)))
+        return entries;
     entries.resize(size_t(count));
     if (!file.read(section.sh_offset, entries.data(), count * sizeof(T))) entries.clear();
     return entries;
@@ -150,15 +151,19 @@ void readDynamicSymbols(const ReadOnlyFile& file, const std::vector<ElfW(Shdr)>&
 void readDynamicParts(const ReadOnlyFile& file, const std::string& path, ImageFileFacts& facts) {
     ElfW(Ehdr) header;
     if (!file.read(0, &header, sizeof header) || header.e_shentsize != sizeof(ElfW(Shdr))) return;
+    uint64_t tableBytes = uint64_t(header.e_shnum) * sizeof(ElfW(Shdr));
+    if (tableBytes == 0 || !file.holds(header.e_shoff, tableBytes)) return;
     std::vector<ElfW(Shdr)> sections(header.e_shnum);
-    if (sections.empty() || !file.read(header.e_shoff, sections.data(), sections.size() * sizeof(ElfW(Shdr))))
-        return;
+    if (!file.read(header.e_shoff, sections.data(), tableBytes)) return;
     std::string full = toUtf8(fullPathName(fromUtf8(path)));
     std::string origin = full.substr(0, full.rfind('/'));
-    for (const ElfW(Shdr)& section : sections) {
-        if (section.sh_type == SHT_DYNAMIC) readDynamicSection(file, sections, section, origin, facts);
-        if (section.sh_type == SHT_DYNSYM) readDynamicSymbols(file, sections, section, facts);
-    }
+    // The first of each, as the link editor writes one of each.
+    auto first = [&](uint32_t type) {
+        return std::find_if(sections.begin(), sections.end(), [&](const ElfW(Shdr)& s) { return s.sh_type == type; });
+    };
+    if (auto dynamic = first(SHT_DYNAMIC); dynamic != sections.end())
+        readDynamicSection(file, sections, *dynamic, origin, facts);
+    if (auto symbols = first(SHT_DYNSYM); symbols != sections.end()) readDynamicSymbols(file, sections, *symbols, facts);
 }
 
 // Appends `folder` to `folders` unless it is there already.

@@ -44,6 +44,8 @@ static() {
     printf '\xb7\x00' | dd of=aarch64.krx bs=1 seek=18 conv=notrunc status=none
     # A module of a statically linked pair, away from the module it needs.
     cp "$testmodules/krxuser.krx" lonely.krx
+    # One that needs a library nobody has: liblumrx.so renamed in its string table.
+    LC_ALL=C sed 's/liblumrx\.so/liblumxx.so/g' "$testmodules/krxuser.krx" >unresolved.krx
     run "$examples/greeting.krx" "$examples/welcome.krx"
     expect_status 0
     has_line "$examples/greeting.krx: loadable module"
@@ -77,6 +79,15 @@ static() {
     report_has aarch64.krx '  machine: AArch64 (this machine: x86-64)'
     has_line 'lonely.krx: not a loadable module: the module krxdep.krx it needs is missing'
     report_has lonely.krx '  needs module: krxdep.krx -> missing'
+    # Beside the module it needs, but a library is missing.
+    cp "$testmodules/krxdep.krx" krxdep.krx
+    run unresolved.krx
+    expect_status 1
+    has_line 'unresolved.krx: not a loadable module: the library liblumxx.so it needs is not found'
+    report_has unresolved.krx "  needs module: krxdep.krx -> $work/krxdep.krx"
+    report_has unresolved.krx '  unresolved library: liblumxx.so'
+    run --load unresolved.krx
+    report_has unresolved.krx "  message: Module $work/unresolved.krx could not be loaded: a library it needs, or a symbol it uses, could not be found."
     # Reading never runs a module: the test modules log every mapping when asked to.
     export LUMRX_TEST_MODULE_LOG=$work/modules.log
     run "$testmodules/krxgood.krx" "$testmodules/krxuser.krx"
@@ -130,6 +141,14 @@ json() {
     [ "$(wc -l <out.txt)" = 2 ] || fail "not one line per file"
     has_line "{\"file\":\"$examples/welcome.krx\",\"loadable\":true,\"reason\":null,\"image\":\"ELF shared object\",\"machine\":\"x86-64\",\"thisMachine\":\"x86-64\",\"sameMachine\":true,\"exports\":{\"kvrxGetApiVersion\":true,\"kvrxEntryPoint\":true},\"modules\":[{\"name\":\"greeting.krx\",\"path\":\"$examples/greeting.krx\"}],\"unresolvedLibraries\":[]}"
     has_line '{"file":"odd \"name\".krx","loadable":false,"reason":"it is neither an ELF nor a Windows image","image":"none","machine":null,"thisMachine":"x86-64","sameMachine":false,"exports":{"kvrxGetApiVersion":false,"kvrxEntryPoint":false},"modules":[],"unresolvedLibraries":[]}'
+    # A name that isn't UTF-8, with a line break and a tab: the stream stays one valid
+    # line per file.
+    bad=$(printf 'bad\xff\xc3\x28\xed\xa0\x80 \xc3\xa9\n\tname')
+    run --json "$bad"
+    expect_status 1
+    [ "$(wc -l <out.txt)" = 1 ] || fail "a file name broke the line"
+    grep -qF '{"file":"bad\ufffd\ufffd(\ufffd\ufffd\ufffd é\u000a\u0009name","loadable":false,"reason":"there is no such file"' out.txt ||
+        fail "the name isn't escaped as it should be"
     run --json --load "$testmodules/krxoldapi.krx"
     expect_status 1
     grep -qF "\"load\":{\"loaded\":false,\"apiVersion\":\"0x07E40003\",\"firstMessage\":\"not sent\",\"classes\":[],\"services\":[],\"messages\":[\"Module $testmodules/krxoldapi.krx was built for another version of Lumora.\",\"Unable to load module $testmodules/krxoldapi.krx.\"]}}" out.txt ||
