@@ -65,7 +65,7 @@ class ValueBlocks : public lumtest::RuntimeTest {
 protected:
     void TearDown() override {
         for (KvRxClass* c : made) deleteKvRxClass(c);
-        KvRxImpClass::destroyDoomedRxClasses(true);
+        KvRxClassState::destroyDoomedRxClasses(true);
         gNextBlock = nullptr;
     }
     TestType* keep(TestType* t) {
