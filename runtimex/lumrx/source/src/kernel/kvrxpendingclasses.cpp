@@ -4,6 +4,7 @@
 #include "lumosbase.h"
 
 #include <algorithm>
+#include <utility>
 
 void KvRxPendingClasses::remove(KvRxClass* aClass) {
     // Most often the class registered last: look from the end.
@@ -12,7 +13,12 @@ void KvRxPendingClasses::remove(KvRxClass* aClass) {
 }
 
 void KvRxPendingClasses::sortByName() {
-    std::sort(m_classes.begin(), m_classes.end(), [](const KvRxClass* a, const KvRxClass* b) {
-        return LumCharOp::compareNoCase(a->name(), b->name()) < 0;
+    // Each name is asked once, not at every comparison.
+    std::vector<std::pair<const char16_t*, KvRxClass*>> named;
+    named.reserve(m_classes.size());
+    for (KvRxClass* c : m_classes) named.emplace_back(c->name(), c);
+    std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
+        return LumCharOp::compareNoCase(a.first, b.first) < 0;
     });
+    for (size_t i = 0; i < named.size(); ++i) m_classes[i] = named[i].second;
 }
