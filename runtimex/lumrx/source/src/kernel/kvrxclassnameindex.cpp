@@ -33,7 +33,12 @@ KvRxClass* KvRxClassNameIndex::find(const char16_t* name) const {
 
 void KvRxClassNameIndex::add(const char16_t* name, KvRxClass* aClass) { m_classes.emplace(name, aClass); }
 
-void KvRxClassNameIndex::remove(const char16_t* name) { m_classes.erase(name); }
+bool KvRxClassNameIndex::removeIfIs(const char16_t* name, const KvRxClass* aClass) {
+    auto entry = name && *name ? m_classes.find(name) : m_classes.end();
+    if (entry == m_classes.end() || entry->second != aClass) return false;
+    m_classes.erase(entry);
+    return true;
+}
 
 size_t KvRxClassNameIndex::bytesPerEntry() {
     // A node (next pointer, key, value, cached hash) and a bucket pointer.

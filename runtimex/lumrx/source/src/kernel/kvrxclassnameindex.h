@@ -24,7 +24,8 @@ public:
     KvRxClass* find(const char16_t* name) const;
     // `name` is the class's own copy, which lives as long as the class.
     void add(const char16_t* name, KvRxClass* aClass);
-    void remove(const char16_t* name);
+    // Takes out `aClass` if it is the class registered under `name`; false otherwise.
+    bool removeIfIs(const char16_t* name, const KvRxClass* aClass);
     size_t size() const { return m_classes.size(); }
     // Bytes per class of the table, by the standard library's node layout.
     static size_t bytesPerEntry();

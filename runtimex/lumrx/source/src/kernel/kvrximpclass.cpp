@@ -347,9 +347,8 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-        if (g && g->classNames.find(aClass->name()) == aClass) {
+        if (g && g->classNames.removeIfIs(aClass->name(), aClass)) {
             g->classDictionary->remove(aClass->name());
-            g->classNames.remove(aClass->name());
             if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
         }
         if (gCheckOrder) {

@@ -55,7 +55,8 @@ void KvRxObject::rxInit() {
 
 KvRxClass* kvrxDescDirect(KvRxClass*& gpDesc, const char16_t* registeredName) {
     // The class dictionary is the one the system registry holds as "ClassDictionary";
-    // it is read from the instance so that this works before the tree is linked.
+    // its index by name is read from the instance, so this works before the tree is
+    // linked.
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     gpDesc = g ? g->classNames.find(registeredName) : nullptr;
     return gpDesc;
