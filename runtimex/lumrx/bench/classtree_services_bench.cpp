@@ -161,6 +161,8 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
+    // The console reporter leaves a colour reset behind its last row.
+    std::printf("\nGoals (same run):\n");
     reporter.printGoal("queryX of a class at depth 32", "unordered_map<const void*> find",
                        "BM_QueryX_Depth32", "BM_Lookup_Baseline_UnorderedMap", 1.5);
     reporter.printGoal("queryX of an object at depth 32", "unordered_map<const void*> find",

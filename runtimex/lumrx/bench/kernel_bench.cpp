@@ -246,6 +246,8 @@ int main(int argc, char** argv) {
     benchmark::Initialize(&argc, argv);
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
+    // The console reporter leaves a colour reset behind its last row.
+    std::printf("\nGoals (same run):\n");
     const std::string d1 = "/1", d32 = "/" + std::to_string(kDeep);
     reporter.printGoal("isKindOf from depth 32 (hit)", "isKindOf from depth 1", "BM_IsKindOf_Hit" + d32,
                        "BM_IsKindOf_Hit" + d1, 1.2);
