@@ -32,7 +32,9 @@ void KvRxClass::getClassVersion(int& version, int& maintenanceVersion) const {
 }
 
 int KvRxClass::proxyFlags() const { return m_impl->proxyFlags(); }
-bool KvRxClass::isDerivedFrom(const KvRxClass* other) const { return m_impl->isDerivedFrom(other); }
+bool KvRxClass::isDerivedFrom(const KvRxClass* other) const {
+    return KvRxClassState::of(this)->isDerivedFrom(other);
+}
 
 bool KvRxClass::isDerivedFrom(const KvRxClass* derived, const KvRxClass* base) {
     return derived && derived->isDerivedFrom(base);
@@ -121,10 +123,9 @@ void deleteKvRxClass(KvRxClass* aClass) { KvRxClassState::doom(aClass); }
 void kvrxBuildClassHierarchy() {
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     if (!g) return;
-    // The walk order doesn't matter: a parent need only be registered, not linked.
-    std::unique_ptr<KvRxDictionaryIterator> it(g->classDictionary->newIterator(kDictSorted));
-    for (; !it->done(); it->next())
-        KvRxClassState::of(kvrxClassValue(it->object()))->link();
+    // Only the waiting classes, in the name order of the class dictionary. A parent need
+    // only be registered, not linked.
+    g->pendingClasses.linkInOrder([](KvRxClass* c) { KvRxClassState::of(c)->link(); });
 }
 
 int kvrxQueueClassForInitialization(KvRxClass*) { return 0; }

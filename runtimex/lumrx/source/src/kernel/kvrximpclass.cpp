@@ -7,6 +7,7 @@
 #include "kvrxdynloadmoduleproxy.h"
 
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -51,14 +52,15 @@ bool KvRxClassState::copyNames(const Registration& r) {
 }
 
 KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxClass) {
-    KvRxDictionary* classes = classDictionary();
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+    KvRxDictionary* classes = g ? g->classDictionary : nullptr;
     if (!r.name || !*r.name || !classes) return nullptr;
 
     bool made = rxClass == nullptr;
     if (made) rxClass = new KvRxClass();
     void* block = _lumMalloc(sizeof(KvRxClassState));
     KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl && !impl->copyNames(r)) {
+    if (impl && (!impl->copyNames(r) || !impl->m_ancestry.makeTop(rxClass))) {
         delete impl;
         impl = nullptr;
     }
@@ -87,6 +89,8 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         }
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
+    g->classNames.add(impl->m_className, rxClass);
+    if (impl->m_parentName) g->pendingClasses.add(rxClass);
     impl->m_module = initialisingModule();
     return rxClass;
 }
@@ -132,16 +136,27 @@ KvRxObject* KvRxClassState::queryX(const KvRxClass* protocolClass) {
     return protocolClass ? peMap()->at(protocolClass) : nullptr;
 }
 
+int KvRxClassState::nameFamily(int (*familyOfName)(const char16_t*)) const {
+    if (m_nameFamily < 0) m_nameFamily = static_cast<signed char>(familyOfName(m_className));
+    return m_nameFamily;
+}
+
+unsigned long KvRxClassState::footprint() const {
+    auto text = [](const char16_t* s) { return s ? (LumCharOp::length(s) + 1) * sizeof(char16_t) : 0; };
+    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_ancestry.heapBytes() + text(m_className) +
+           text(m_parentName) + text(m_dxfName) + text(m_appName);
+}
+
 void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
                             KvRxObject* oldValue) {
-    KvRxPEClassMapImp::Nodes& nodes = peMap()->nodes();
+    KvRxPEClassMapImp* map = peMap();
+    const KvRxPEClassMapImp::Nodes& nodes = map->nodes();
     auto entry = nodes.find(protocolClass);
     bool ownValue = entry != nodes.end() && entry->second && entry->second != oldValue;
     // A class with a value of its own shields itself, but not the classes below it.
     if (!ownValue) {
         of(protocolClass)->m_usedAsProtocol = true;
-        if (entry != nodes.end()) entry->second = newValue;
-        else nodes.emplace(protocolClass, newValue);
+        map->put(protocolClass, newValue);
     }
     if (!m_children) return;
     std::unique_ptr<KvRxIterator> it(m_children->newIterator());
@@ -199,12 +214,7 @@ void KvRxClassState::getClassVersion(int& version, int& maintenanceVersion) cons
     maintenanceVersion = m_maintenanceVersion;
 }
 
-bool KvRxClassState::isDerivedFrom(const KvRxClass* other) const {
-    if (!other) return false;
-    for (const KvRxClass* c = m_rxClass; c; c = of(c)->m_parent)
-        if (c == other) return true;
-    return false;
-}
+
 
 KvRx::Ordering KvRxClassState::comparedTo(const KvRxObject* other) const {
     if (!other) return KvRx::kNotOrderable;
@@ -222,8 +232,8 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 
 void KvRxClassState::link() {
     if (!m_parentName) return;
-    KvRxDictionary* classes = classDictionary();
-    KvRxClass* parent = classes ? kvrxClassValue(classes->at(m_parentName)) : nullptr;
+    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+    KvRxClass* parent = g ? g->classNames.find(m_parentName) : nullptr;
     // A parent that is this class or below it would close a loop in the tree.
     if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
     if (!parent) {
@@ -232,12 +242,24 @@ void KvRxClassState::link() {
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
     KvRxClassState* parentImpl = of(parent);
+    if (!m_ancestry.makeBelow(parentImpl->m_ancestry, m_rxClass)) throw std::bad_alloc();
+    renewDescendantLines();
     if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
     parentImpl->m_children->append(m_rxClass);
     m_parent = parent;
     inheritFrom(parentImpl);
     _lumStrdupFree(m_parentName);
     m_parentName = nullptr;
+}
+
+void KvRxClassState::renewDescendantLines() {
+    if (!m_children) return;
+    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
+    for (; !it->done(); it->next()) {
+        KvRxClassState* child = of(kvrxClassValue(it->object()));
+        if (!child->m_ancestry.makeBelow(m_ancestry, child->m_rxClass)) throw std::bad_alloc();
+        child->renewDescendantLines();
+    }
 }
 
 void KvRxClassState::recordChildrenLine() const {
@@ -289,10 +311,6 @@ void KvRxClassState::disownClassesOf(const KvRxDynLoadModuleProxy* module) {
     }
 }
 
-KvRxClassState* KvRxClassState::of(const KvRxClass* aClass) {
-    return aClass ? static_cast<KvRxClassState*>(aClass->m_impl) : nullptr;
-}
-
 KvRxImpClass* KvRxImpClass::getImplRxClass(KvRxClass* aClass) {
     return aClass ? aClass->m_impl : nullptr;
 }
@@ -326,10 +344,13 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
     static const char16_t kFaultText[] =
         u"Exception(SE) has happend in destroyDoomedRxClasses function.";
     try {
-        KvRxDictionary* classes = classDictionary();
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
-        if (classes && classes->at(aClass->name()) == aClass) classes->remove(aClass->name());
+        KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+        if (g && g->classNames.removeIfIs(aClass->name(), aClass)) {
+            g->classDictionary->remove(aClass->name());
+            if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
+        }
         if (gCheckOrder) {
             of(aClass)->checkedDetach();
             if (of(aClass)->m_usedAsProtocol) of(aClass)->leaveProtocolMaps();

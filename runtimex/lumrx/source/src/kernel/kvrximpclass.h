@@ -12,6 +12,7 @@
 // extensions and those copied down from its ancestors, so a query never climbs.
 #pragma once
 
+#include "kernel/kvrxclassancestry.h"
 #include "kvrxclass.h"
 #include "kvrxcollection.h"
 #include "kvrxoverrule.h"
@@ -51,7 +52,9 @@ public:
     static KvRxClass* registerClass(const Registration& r, KvRxClass* rxClass);
 
     // The state of `aClass`; null for null.
-    static KvRxClassState* of(const KvRxClass* aClass);
+    static KvRxClassState* of(const KvRxClass* aClass) {
+        return aClass ? static_cast<KvRxClassState*>(aClass->m_impl) : nullptr;
+    }
 
     ~KvRxClassState() override;
     // Attaches `object` for `protocolClass` here and copies it down to every class
@@ -68,7 +71,11 @@ public:
     const char16_t* name() const override { return m_className; }
     void getClassVersion(int& version, int& maintenanceVersion) const override;
     int proxyFlags() const override { return m_proxyFlags; }
-    bool isDerivedFrom(const KvRxClass* other) const override;
+    // One look at this class's line, at any depth.
+    bool isDerivedFrom(const KvRxClass* other) const override {
+        const KvRxClassState* others = of(other);
+        return others && m_ancestry.holds(other, others->m_ancestry);
+    }
     KvRxClass* myParent() const override { return m_parent; }
     KvRx::Ordering comparedTo(const KvRxObject* other) const override;
     KvRxAppNameCallback appNameCallbackPtr() const override { return m_appNameCallback; }
@@ -97,6 +104,12 @@ public:
     KvRxDynLoadModuleProxy* module() const { return m_module; }
     void setModule(KvRxDynLoadModuleProxy* module) { m_module = module; }
     bool isPending() const { return m_parentName != nullptr; }
+    const KvRxClassAncestry& ancestry() const { return m_ancestry; }
+    // The overrule family that the class's own name stands for (0 to 11), or
+    // kOverruleFamilyCount; `familyOfName` finds it at the first call.
+    int nameFamily(int (*familyOfName)(const char16_t*)) const;
+    // Bytes the class takes, its name texts and its ancestry included.
+    unsigned long footprint() const;
 
 private:
     friend class KvRxImpClass;
@@ -112,6 +125,8 @@ private:
     // its own (neither null nor `oldValue`), then does the same below.
     void copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue);
     void inheritFrom(const KvRxClassState* parent);
+    // Makes the lines of the classes below this one anew after this one's changed.
+    void renewDescendantLines();
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
     // Takes this class out of the protocol maps of all registered classes.
@@ -143,4 +158,7 @@ private:
     int m_proxyFlags = 0;
     unsigned int m_feature = 0;
     LumVector<ContextMenu>* m_contextMenus = nullptr;
+    KvRxClassAncestry m_ancestry;
+    // -1 until nameFamily is first asked; the name never changes.
+    mutable signed char m_nameFamily = -1;
 };

@@ -126,7 +126,7 @@ KvRxDictionary* kvrxSysRegistry() { return gInstance ? gInstance->systemRegistry
 
 KvRxClass* kvrxFindKvRxClass(const char16_t* name) {
     if (!name || !*name || !gInstance) return nullptr;
-    return kvrxClassValue(gInstance->classDictionary->at(name));
+    return gInstance->classNames.find(name);
 }
 
 void InitializeKvRxSystem() {

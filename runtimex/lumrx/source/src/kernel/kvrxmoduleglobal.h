@@ -5,6 +5,8 @@
 // service and the dynamic linker. systemRegistry doesn't own what it holds.
 #pragma once
 
+#include "kernel/kvrxclassnameindex.h"
+#include "kernel/kvrxpendingclasses.h"
 #include "kvrxruntime.h"
 
 #include <cstdarg>
@@ -19,6 +21,10 @@ public:
     KvRxDictionary* serviceDictionary = nullptr;
     KvRxKernel* kernelService = nullptr;
     KvRxDynamicLinker* dynamicLinker = nullptr;
+    // Beside the class dictionary: its index by name, and its classes still waiting for
+    // their parent.
+    KvRxClassNameIndex classNames;
+    KvRxPendingClasses pendingClasses;
 
     // The instance, or null before start-up and after shut-down.
     static KvRxModuleGlobalImp* instance();

@@ -34,8 +34,8 @@ KvRx::Ordering KvRxObject::comparedTo(const KvRxObject*) const { return KvRx::kN
 KvRxObject* KvRxObject::subQueryX(const KvRxClass*) const { return nullptr; }
 
 bool KvRxObject::isKindOf(const KvRxClass* aClass) const {
-    KvRxClass* cls = isA();
-    return cls && cls->isDerivedFrom(aClass);
+    const KvRxClassState* state = KvRxClassState::of(isA());
+    return state && state->isDerivedFrom(aClass);
 }
 
 KvRxObject* KvRxObject::queryX(const KvRxClass* protocolClass) const {
@@ -55,9 +55,10 @@ void KvRxObject::rxInit() {
 
 KvRxClass* kvrxDescDirect(KvRxClass*& gpDesc, const char16_t* registeredName) {
     // The class dictionary is the one the system registry holds as "ClassDictionary";
-    // it is read from the instance so that this works before the tree is linked.
+    // its index by name is read from the instance, so this works before the tree is
+    // linked.
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    gpDesc = g ? kvrxClassValue(g->classDictionary->at(registeredName)) : nullptr;
+    gpDesc = g ? g->classNames.find(registeredName) : nullptr;
     return gpDesc;
 }
 
@@ -68,8 +69,8 @@ KvRxClass* kvrxDescShort(KvRxClass*& gpDesc, const char16_t* registeredName) {
 
 KvRxObject* kvrxCastTo(const KvRxObject* object, const KvRxClass* aClass) {
     if (!object) return nullptr;
-    KvRxClass* cls = object->isA();
-    return cls && cls->isDerivedFrom(aClass) ? const_cast<KvRxObject*>(object) : nullptr;
+    const KvRxClassState* state = KvRxClassState::of(object->isA());
+    return state && state->isDerivedFrom(aClass) ? const_cast<KvRxObject*>(object) : nullptr;
 }
 
 void kvrxInitClass(KvRxClass*& gpDesc, const char16_t* registeredName,
@@ -77,7 +78,7 @@ void kvrxInitClass(KvRxClass*& gpDesc, const char16_t* registeredName,
     if (gpDesc) {
         KvRxObject* registered = nullptr;
         if (KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance())
-            registered = g->classDictionary->at(registeredName);
+            registered = g->classNames.find(registeredName);
         if (registered == gpDesc) return;
         // A stale pointer from an earlier registration: report, then register anew.
         if (registered) kvrx_abort(mismatchText);

@@ -11,7 +11,7 @@ public:
     KvRxPEClassMapIteratorImp(KvRxPEClassMapImp* map, KvRxPEClassMapImp::Nodes::iterator node)
         : map(map), node(node) {}
 
-    bool done() const override { return node == map->nodes().end(); }
+    bool done() const override { return node == map->m_nodes.end(); }
     bool next() override {
         if (done()) return false;
         ++node;
@@ -44,11 +44,14 @@ KvRxGenericMapIterator* KvRxPEClassMapImp::newMapIterator() {
     return new KvRxPEClassMapIteratorImp(this, m_nodes.begin());
 }
 
+// Every operation below that changes the nodes empties the query cache.
+
 KvRxObject* KvRxPEClassMapImp::remove(const KvRxObject* key) {
     auto node = m_nodes.find(key);
     if (node == m_nodes.end()) return nullptr;
     KvRxObject* value = node->second;
     m_nodes.erase(node);
+    m_lastQuery.forget();
     return value;
 }
 
@@ -59,21 +62,27 @@ KvRxObject* KvRxPEClassMapImp::remove(KvRxGenericMapIterator* iterator) {
     own->next();
     KvRxObject* value = node->second;
     m_nodes.erase(node);
+    m_lastQuery.forget();
     return value;
 }
 
-void KvRxPEClassMapImp::removeAll() { m_nodes.clear(); }
+void KvRxPEClassMapImp::removeAll() {
+    m_nodes.clear();
+    m_lastQuery.forget();
+}
 
 KvRxObject* KvRxPEClassMapImp::put(KvRxGenericMapIterator* iterator, KvRxObject* value) {
     if (!iterator || iterator->done()) return nullptr;
     KvRxPEClassMapIteratorImp* own = ownIterator(this, iterator);
     KvRxObject* old = own->node->second;
     own->node->second = value;
+    m_lastQuery.forget();
     return old;
 }
 
 KvRxObject* KvRxPEClassMapImp::put(const KvRxObject* key, KvRxObject* value) {
     if (!key) return nullptr;
+    m_lastQuery.forget();
     auto inserted = m_nodes.emplace(key, value);
     if (inserted.second) return nullptr;
     KvRxObject* old = inserted.first->second;
@@ -82,8 +91,11 @@ KvRxObject* KvRxPEClassMapImp::put(const KvRxObject* key, KvRxObject* value) {
 }
 
 KvRxObject* KvRxPEClassMapImp::at(const KvRxObject* key) const {
+    if (m_lastQuery.holds(key)) return m_lastQuery.value;
     auto node = m_nodes.find(key);
-    return node == m_nodes.end() ? nullptr : node->second;
+    KvRxObject* value = node == m_nodes.end() ? nullptr : node->second;
+    m_lastQuery.fill(key, value);
+    return value;
 }
 
 KvRxGenericMapIterator* KvRxPEClassMapImp::find(const KvRxObject* key) {

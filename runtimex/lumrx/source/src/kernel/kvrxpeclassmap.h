@@ -4,6 +4,7 @@
 // and values (extension objects) belong to others and are never deleted here.
 #pragma once
 
+#include "kernel/kvrxpequerycache.h"
 #include "kvrxmap.h"
 
 #include <functional>
@@ -28,10 +29,12 @@ public:
     bool has(const KvRxObject* key) const override;
     unsigned int size() const override;
 
-    // The walks of the class tree read the nodes directly.
+    // The walks of the class tree read the nodes directly, and change them only through
+    // the operations above.
     const Nodes& nodes() const { return m_nodes; }
-    Nodes& nodes() { return m_nodes; }
 
 private:
+    friend class KvRxPEClassMapIteratorImp;
     Nodes m_nodes;
+    mutable KvRxPEQueryCache m_lastQuery;
 };

@@ -21,20 +21,28 @@ const char16_t* const kFamilyNames[kOverruleFamilyCount] = {
     u"OvDbOsnapOverrule",      u"OvDbDimensionStyleOverrule", u"OvDbVisibilityOverrule",
 };
 
-// The class of `cls`'s chain that stands directly below "OvRxOverrule", or null.
+// The class of `cls`'s line that stands directly below "OvRxOverrule", or null: one
+// look at the line, which holds "OvRxOverrule" at its own depth if it passes there.
 KvRxClass* familyClassOf(KvRxClass* cls) {
     KvRxClass* overruleRoot = KvRxOverrule::desc();
-    if (!overruleRoot) return nullptr;
-    while (cls && cls->myParent() != overruleRoot) cls = cls->myParent();
-    return cls;
+    const KvRxClassState* state = KvRxClassState::of(cls);
+    if (!overruleRoot || !state) return nullptr;
+    const KvRxClassAncestry& line = state->ancestry();
+    int below = KvRxClassState::of(overruleRoot)->ancestry().depth() + 1;
+    if (below > line.depth() || line.at(below - 1) != overruleRoot) return nullptr;
+    return const_cast<KvRxClass*>(line.at(below));
 }
 
-int familyIndexOf(const KvRxClass* familyClass) {
-    if (!familyClass) return kOverruleFamilyCount;
-    const char16_t* name = familyClass->name();
+int familyOfName(const char16_t* name) {
     for (int family = 0; family < kOverruleFamilyCount; ++family)
         if (LumCharOp::compare(name, kFamilyNames[family]) == 0) return family;
     return kOverruleFamilyCount;
+}
+
+// The family class's name decides; each class keeps the answer for its own name.
+int familyIndexOf(const KvRxClass* familyClass) {
+    if (!familyClass) return kOverruleFamilyCount;
+    return KvRxClassState::of(familyClass)->nameFamily(&familyOfName);
 }
 
 int familyOf(KvRxClass* cls) { return familyIndexOf(familyClassOf(cls)); }

@@ -1,0 +1,47 @@
+// The chain of a class's ancestors, for kind tests that take the same time at any
+// depth and for a miss as for a hit.
+//
+// Owned by the class state that holds it; owns its array (from _lumMalloc), not the
+// classes in it.
+//
+// Invariant: `chain[0..depth]` is the class's line along its parent links, from the
+// topmost class it reaches (the root, or a class still waiting for its parent) down
+// to the class itself at `chain[depth]`. So a class B is an ancestor of A, or A itself,
+// exactly when B's depth is at most A's and A's chain holds B at B's depth. The chain
+// is made when the class registers (the class alone), and is made anew for the class
+// and every class below it whenever the class is linked: a class's line changes only
+// then. Destruction changes no live line, since a class leaves only after its
+// children with the order checks on, and with them off the whole tree goes.
+#pragma once
+
+class KvRxClass;
+
+class KvRxClassAncestry {
+public:
+    KvRxClassAncestry() = default;
+    ~KvRxClassAncestry();
+    KvRxClassAncestry(const KvRxClassAncestry&) = delete;
+    KvRxClassAncestry& operator=(const KvRxClassAncestry&) = delete;
+
+    // The line of a class without a parent: the class alone. False without memory,
+    // and the line is then unchanged.
+    bool makeTop(const KvRxClass* self);
+    // The line of `parent` and then `self`. False without memory.
+    bool makeBelow(const KvRxClassAncestry& parent, const KvRxClass* self);
+
+    // True if `other`, whose line is `others`, is this class or one of its ancestors.
+    bool holds(const KvRxClass* other, const KvRxClassAncestry& others) const {
+        return others.m_depth <= m_depth && m_chain[others.m_depth] == other;
+    }
+    int depth() const { return m_depth; }
+    // The class at `depth` of the line (0 is the top); `depth` at most depth().
+    const KvRxClass* at(int depth) const { return m_chain[depth]; }
+    // Bytes held beside the object.
+    unsigned long heapBytes() const { return (unsigned long)(m_depth + 1) * sizeof(const KvRxClass*); }
+
+private:
+    bool resize(int depth);
+
+    const KvRxClass** m_chain = nullptr;
+    int m_depth = 0;
+};

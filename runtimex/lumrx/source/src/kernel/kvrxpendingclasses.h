@@ -1,0 +1,45 @@
+// The classes waiting for their parent, so that kvrxBuildClassHierarchy links them in
+// one pass over them alone instead of a walk of the whole class dictionary.
+//
+// Owned by the runtime's instance; holds the classes, owns none.
+//
+// Invariant: the list holds exactly the classes of the class dictionary whose parent
+// name is still set. Registration adds a class that names a parent; linking takes out
+// what it linked; the destroy walk takes a class out when it leaves the dictionary.
+// takeInOrder gives them in the order of the sorted class dictionary (names compared
+// without regard to case), the order in which a walk of the dictionary met them.
+#pragma once
+
+#include <cstddef>
+#include <vector>
+
+class KvRxClass;
+
+class KvRxPendingClasses {
+public:
+    void add(KvRxClass* aClass) { m_classes.push_back(aClass); }
+    void remove(KvRxClass* aClass);
+    bool empty() const { return m_classes.empty(); }
+    // Links each class in name order with `link`. Classes after one whose link throws
+    // stay, that one included, and the exception goes on.
+    template <class Link>
+    void linkInOrder(Link link);
+
+private:
+    void sortByName();
+
+    std::vector<KvRxClass*> m_classes;
+};
+
+template <class Link>
+void KvRxPendingClasses::linkInOrder(Link link) {
+    sortByName();
+    std::size_t linked = 0;
+    try {
+        for (; linked < m_classes.size(); ++linked) link(m_classes[linked]);
+    } catch (...) {
+        m_classes.erase(m_classes.begin(), m_classes.begin() + long(linked));
+        throw;
+    }
+    m_classes.clear();
+}

@@ -1,0 +1,138 @@
+// The kernel's indexes over the class tree kept across the tree's changes: each
+// class's line of ancestors (kind tests), the index by name, the list of classes
+// waiting for their parent, and the last answer of a class's protocol map.
+#include "testsupport.h"
+
+#include "kernel/kvrximpclass.h"
+#include "kvrxmap.h"
+
+#include <memory>
+
+using lumtest::RecordingCrashRecorder;
+
+namespace {
+
+class Thing : public KvRxObject {
+public:
+    explicit Thing(KvRxClass* cls = nullptr) : cls(cls) {}
+    KvRxClass* isA() const override { return cls; }
+    KvRxClass* cls;
+};
+
+class ClassIndexes : public lumtest::RuntimeTest {
+protected:
+    void TearDown() override { KvRxClassState::destroyDoomedRxClasses(true); }
+};
+
+TEST_F(ClassIndexes, LinesFollowClassesLinkedLateAndBelowWaitingParents) {
+    RecordingCrashRecorder recorder;
+    // The child sorts first and links to its parent while that one still waits for
+    // its own parent.
+    KvRxClass* child = newKvRxClass(u"TestLineAChild", u"TestLineBParent");
+    KvRxClass* parent = newKvRxClass(u"TestLineBParent", u"TestLineZTop");
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    Thing object(child);
+    EXPECT_EQ(child->myParent(), parent);
+    EXPECT_TRUE(object.isKindOf(parent));
+    EXPECT_FALSE(object.isKindOf(KvRxObject::desc())) << "the line ends at the waiting parent";
+    EXPECT_FALSE(parent->isDerivedFrom(child));
+
+    KvRxClass* top = newKvRxClass(u"TestLineZTop", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_TRUE(object.isKindOf(top)) << "the child's line follows its parent's linking";
+    EXPECT_TRUE(object.isKindOf(KvRxObject::desc()));
+    EXPECT_EQ(kvrxCastTo(&object, top), &object);
+    EXPECT_EQ(kvrxCastTo(&object, KvRxClass::desc()), nullptr);
+    EXPECT_FALSE(top->isDerivedFrom(parent));
+
+    // A class of the same depth in another line is no ancestor.
+    KvRxClass* cousin = newKvRxClass(u"TestLineCousin", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_FALSE(object.isKindOf(cousin));
+    for (KvRxClass* c : {child, parent, top, cousin}) deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_TRUE(recorder.faults.empty()) << "children went first";
+}
+
+TEST_F(ClassIndexes, NamesAreFoundInAnyCaseUntilTheClassGoes) {
+    KvRxClass* first = newKvRxClass(u"TestIndexName", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(kvrxFindKvRxClass(u"TESTINDEXNAME"), first);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestIndexNam"), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestIndexNameX"), nullptr);
+    EXPECT_LUM_THROW(newKvRxClass(u"testindexname", u"OvRxObject"),
+                     "Try to regist a rxclass which is already registed!!");
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestIndexName"), first) << "the taken name keeps its class";
+
+    deleteKvRxClass(first);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestIndexName"), first) << "a doomed class stays until the walk";
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestIndexName"), nullptr);
+
+    KvRxClass* second = newKvRxClass(u"TESTINDEXNAME", u"OvRxObject");
+    EXPECT_EQ(kvrxFindKvRxClass(u"testIndexName"), second);
+    deleteKvRxClass(second);
+}
+
+TEST_F(ClassIndexes, AClassThatGoesBeforeItsParentCameIsNoLongerWaiting) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* orphan = newKvRxClass(u"TestIndexOrphan", u"TestIndexNeverRegistered");
+    deleteKvRxClass(orphan);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    kvrxBuildClassHierarchy();
+    EXPECT_TRUE(recorder.lines.empty()) << "nothing is left to link";
+
+    // A waiting class with a child can't go with the checks on: it leaves the
+    // dictionary, and no later linking reaches it.
+    KvRxClass* waiting = newKvRxClass(u"TestIndexWaitingB", u"TestIndexNeverEither");
+    KvRxClass* child = newKvRxClass(u"TestIndexWaitingA", u"TestIndexWaitingB");
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    deleteKvRxClass(waiting);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(recorder.faults.size(), 1u);
+    recorder.lines.clear();
+    kvrxBuildClassHierarchy();
+    EXPECT_TRUE(recorder.lines.empty());
+    EXPECT_EQ(child->myParent(), waiting);
+}
+
+TEST_F(ClassIndexes, QueriesSeeEveryChangeOfTheMaps) {
+    KvRxClass* protocol = newKvRxClass(u"TestIndexProtocol", u"OvRxObject");
+    KvRxClass* base = newKvRxClass(u"TestIndexBase", u"OvRxObject");
+    KvRxClass* derived = newKvRxClass(u"TestIndexDerived", u"TestIndexBase");
+    kvrxBuildClassHierarchy();
+    Thing x, y, z;
+    Thing instance(derived);
+
+    base->addX(protocol, &x);
+    EXPECT_EQ(instance.queryX(protocol), &x);
+    base->addX(protocol, &y);
+    EXPECT_EQ(instance.queryX(protocol), &y) << "copied down";
+
+    KvRxPEClassMap* map = KvRxImpClass::getImplRxClass(derived)->protocolMap();
+    map->put(protocol, &z);
+    EXPECT_EQ(instance.queryX(protocol), &z) << "put by key";
+    std::unique_ptr<KvRxGenericMapIterator> it(map->find(protocol));
+    map->put(it.get(), &x);
+    EXPECT_EQ(instance.queryX(protocol), &x) << "put through an iterator";
+    map->remove(protocol);
+    EXPECT_EQ(instance.queryX(protocol), nullptr) << "removed by key";
+    map->put(protocol, &y);
+    EXPECT_EQ(derived->queryX(protocol), &y);
+    map->removeAll();
+    EXPECT_EQ(derived->queryX(protocol), nullptr) << "emptied";
+
+    // A class linked late inherits, and a destroyed protocol class leaves every map.
+    KvRxClass* late = newKvRxClass(u"TestIndexLate", u"TestIndexBase");
+    EXPECT_EQ(late->queryX(protocol), nullptr);
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(late->queryX(protocol), &y);
+    EXPECT_EQ(base->queryX(protocol), &y);
+    deleteKvRxClass(protocol);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(base->queryX(protocol), nullptr);
+    EXPECT_EQ(late->queryX(protocol), nullptr);
+    for (KvRxClass* c : {late, derived, base}) deleteKvRxClass(c);
+}
+
+}  // namespace
