@@ -93,7 +93,10 @@ void BM_DictionaryById(benchmark::State& state) {
     std::vector<unsigned> ids;
     for (int i : keys.queryIndex) ids.push_back(unsigned(i) + 1);
     size_t q = 0;
-    for (auto _ : state) benchmark::DoNotOptimize(d->at(ids[q++ % kQueries]));
+    for (auto _ : state) {
+        KvRxObject* value = d->at(ids[q++ % kQueries]);
+        benchmark::DoNotOptimize(value);
+    }
     delete d;
 }
 BENCHMARK(BM_DictionaryById)->Arg(kSizes[0])->Arg(kSizes[1]);
@@ -104,7 +107,10 @@ void BM_VectorIndex(benchmark::State& state) {
     std::vector<unsigned> ids;
     for (int i : keys.queryIndex) ids.push_back(unsigned(i) + 1);
     size_t q = 0;
-    for (auto _ : state) benchmark::DoNotOptimize(values[ids[q++ % kQueries]]);
+    for (auto _ : state) {
+        KvRxObject* value = values[ids[q++ % kQueries]];
+        benchmark::DoNotOptimize(value);
+    }
 }
 BENCHMARK(BM_VectorIndex)->Arg(kSizes[0])->Arg(kSizes[1]);
 

@@ -48,11 +48,6 @@ int KvRxDictionaryImp::find(const char16_t* key) const {
     return keyIndex.find(entries.data, key);
 }
 
-int KvRxDictionaryImp::liveSlot(unsigned int id) const {
-    if (id == 0 || id > unsigned(entries.length)) return -1;
-    return entries.data[id - 1].key ? int(id - 1) : -1;
-}
-
 int KvRxDictionaryImp::firstFreeSlot() const { return freeSlots.lowest(); }
 
 void KvRxDictionaryImp::reserve(int n) {
@@ -80,17 +75,10 @@ void KvRxDictionaryImp::setLength(int n) {
     entries.length = n;
 }
 
-KvRxObject* KvRxDictionaryImp::at(unsigned int id) const {
-    int slot = liveSlot(id);
-    return slot < 0 ? nullptr : entries.data[slot].value;
-}
-
 KvRxObject* KvRxDictionaryImp::at(const char16_t* key) const {
     int slot = find(key);
     return slot < 0 ? nullptr : entries.data[slot].value;
 }
-
-bool KvRxDictionaryImp::has(unsigned int id) const { return liveSlot(id) >= 0; }
 
 bool KvRxDictionaryImp::has(const char16_t* key) const { return find(key) >= 0; }
 

@@ -34,7 +34,12 @@ public:
     KvRxDictionaryImp(const KvRxDictionaryImp&) = delete;
     KvRxDictionaryImp& operator=(const KvRxDictionaryImp&) = delete;
 
-    KvRxObject* at(unsigned int id) const override;
+    // By id: inline, so that the runtime's own callers, which hold the implementation,
+    // read the slot without a call.
+    KvRxObject* at(unsigned int id) const final {
+        int slot = liveSlot(id);
+        return slot < 0 ? nullptr : entries.data[slot].value;
+    }
     KvRxObject* at(const char16_t* key) const override;
     KvRxObject* atPut(unsigned int id, KvRxObject* object) override;
     KvRxObject* atPut(const char16_t* key, KvRxObject* object, unsigned int& retId) override;
@@ -43,7 +48,7 @@ public:
     bool atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) override;
     KvRxObject* remove(unsigned int id) override;
     KvRxObject* remove(const char16_t* key) override;
-    bool has(unsigned int id) const override;
+    bool has(unsigned int id) const final { return liveSlot(id) >= 0; }
     bool has(const char16_t* key) const override;
     unsigned int idAt(const char16_t* key) const override;
     const char16_t* keyAt(unsigned int id) const override;
@@ -75,7 +80,10 @@ private:
     // The slot index of `key`, or -1.
     int find(const char16_t* key) const;
     // The slot index of a live entry with this id, or -1.
-    int liveSlot(unsigned int id) const;
+    int liveSlot(unsigned int id) const {
+        if (id == 0 || id > unsigned(entries.length)) return -1;
+        return entries.data[id - 1].key ? int(id - 1) : -1;
+    }
     KvRxObject* replaceValue(int slot, KvRxObject* object);
     KvRxObject* removeSlot(int slot);
     bool resetSlotKey(int slot, const char16_t* newKey);
