@@ -136,7 +136,7 @@ void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObj
     try {
         keyIndex.insert(entries.data, slot);
         try {
-            if (sortedIndex) sortedIndex->emplace(key.get(), slot);
+            if (sortedIndex) sortedIndex->insert(key.get(), slot);
         } catch (...) {
             keyIndex.erase(entries.data, slot);
             throw;
@@ -171,7 +171,7 @@ bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRx
 bool KvRxDictionaryImp::takenInIndex(const KvRxString* key) const {
     // The sorted index holds one node per text: a second entry under the same text
     // could not be reached, and its removal would take the first one's node.
-    return sortedIndex && sortedIndex->count(const_cast<KvRxString*>(key)) != 0;
+    return sortedIndex && sortedIndex->contains(key);
 }
 
 bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
@@ -183,15 +183,15 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
     try {
         keyIndex.insert(entries.data, slot);
         if (sortedIndex) {
-            sortedIndex->erase(old);
-            sortedIndex->emplace(key.get(), slot);
+            sortedIndex->erase(slot);
+            sortedIndex->insert(key.get(), slot);
         }
     } catch (...) {
         // Back to the old key; the table has room for it again.
         keyIndex.erase(entries.data, slot);
         entries.data[slot].key = old;
         keyIndex.insert(entries.data, slot);
-        if (sortedIndex) sortedIndex->emplace(old, slot);
+        if (sortedIndex) sortedIndex->insert(old, slot);
         throw;
     }
     key.release();
@@ -212,7 +212,7 @@ bool KvRxDictionaryImp::resetKey(const char16_t* oldKey, const char16_t* newKey)
 
 KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
     Entry& e = entries.data[slot];
-    if (sortedIndex) sortedIndex->erase(e.key);
+    if (sortedIndex) sortedIndex->erase(slot);
     keyIndex.erase(entries.data, slot);
     KvRxString* key = e.key;
     KvRxObject* value = e.value;

@@ -13,9 +13,9 @@
 
 #include "collections/kvrxdictionaryfreeslots.h"
 #include "collections/kvrxdictionarykeyindex.h"
+#include "collections/kvrxdictionarysortedindex.h"
 #include "kvrxdictionary.h"
 
-#include <map>
 #include <memory>
 
 class KvRxDictionaryImp : public KvRxDictionary {
@@ -23,10 +23,7 @@ class KvRxDictionaryImp : public KvRxDictionary {
 
 public:
     using Entry = KvRxDictionaryEntry;
-    struct KeyLess {
-        bool operator()(const KvRxString* a, const KvRxString* b) const { return KvRxString::less(a, b); }
-    };
-    using SortedIndex = std::map<KvRxString*, int, KeyLess>;
+    using SortedIndex = KvRxDictionarySortedIndex;
 
     static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
                                                bool ignoreCase, const KvRxClass* restrictTo);
@@ -81,7 +78,8 @@ private:
     int find(const char16_t* key) const;
     // The slot index of a live entry with this id, or -1.
     int liveSlot(unsigned int id) const {
-        if (id == 0 || id > unsigned(entries.length)) return -1;
+        // Id 0 wraps around to above every length.
+        if (id - 1 >= unsigned(entries.length)) return -1;
         return entries.data[id - 1].key ? int(id - 1) : -1;
     }
     KvRxObject* replaceValue(int slot, KvRxObject* object);
@@ -127,5 +125,5 @@ private:
     KvRxDictionaryImp* dictionary;
     bool idOrder;
     int slot;  // index in the entry array when idOrder; the array's length at the end
-    KvRxDictionaryImp::SortedIndex::iterator node;
+    KvRxDictionarySortedIndex::Tree::iterator node;
 };
