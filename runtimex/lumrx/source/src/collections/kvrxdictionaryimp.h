@@ -33,9 +33,9 @@ public:
 
     // By id: inline, so that the runtime's own callers, which hold the implementation,
     // read the slot without a call.
+    // A free slot holds a null value, so the slot's value is the answer either way.
     KvRxObject* at(unsigned int id) const final {
-        int slot = liveSlot(id);
-        return slot < 0 ? nullptr : entries.data[slot].value;
+        return id - 1 < unsigned(entries.length) ? entries.data[id - 1].value : nullptr;
     }
     KvRxObject* at(const char16_t* key) const override;
     KvRxObject* atPut(unsigned int id, KvRxObject* object) override;
