@@ -48,11 +48,6 @@ int KvRxDictionaryImp::find(const char16_t* key) const {
     return keyIndex.find(entries.data, key);
 }
 
-int KvRxDictionaryImp::liveSlot(unsigned int id) const {
-    if (id == 0 || id > unsigned(entries.length)) return -1;
-    return entries.data[id - 1].key ? int(id - 1) : -1;
-}
-
 int KvRxDictionaryImp::firstFreeSlot() const { return freeSlots.lowest(); }
 
 void KvRxDictionaryImp::reserve(int n) {
@@ -80,17 +75,10 @@ void KvRxDictionaryImp::setLength(int n) {
     entries.length = n;
 }
 
-KvRxObject* KvRxDictionaryImp::at(unsigned int id) const {
-    int slot = liveSlot(id);
-    return slot < 0 ? nullptr : entries.data[slot].value;
-}
-
 KvRxObject* KvRxDictionaryImp::at(const char16_t* key) const {
     int slot = find(key);
     return slot < 0 ? nullptr : entries.data[slot].value;
 }
-
-bool KvRxDictionaryImp::has(unsigned int id) const { return liveSlot(id) >= 0; }
 
 bool KvRxDictionaryImp::has(const char16_t* key) const { return find(key) >= 0; }
 
@@ -148,7 +136,7 @@ void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObj
     try {
         keyIndex.insert(entries.data, slot);
         try {
-            if (sortedIndex) sortedIndex->emplace(key.get(), slot);
+            if (sortedIndex) sortedIndex->insert(key.get(), slot);
         } catch (...) {
             keyIndex.erase(entries.data, slot);
             throw;
@@ -183,7 +171,7 @@ bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRx
 bool KvRxDictionaryImp::takenInIndex(const KvRxString* key) const {
     // The sorted index holds one node per text: a second entry under the same text
     // could not be reached, and its removal would take the first one's node.
-    return sortedIndex && sortedIndex->count(const_cast<KvRxString*>(key)) != 0;
+    return sortedIndex && sortedIndex->contains(key);
 }
 
 bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
@@ -195,15 +183,15 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
     try {
         keyIndex.insert(entries.data, slot);
         if (sortedIndex) {
-            sortedIndex->erase(old);
-            sortedIndex->emplace(key.get(), slot);
+            sortedIndex->erase(slot);
+            sortedIndex->insert(key.get(), slot);
         }
     } catch (...) {
         // Back to the old key; the table has room for it again.
         keyIndex.erase(entries.data, slot);
         entries.data[slot].key = old;
         keyIndex.insert(entries.data, slot);
-        if (sortedIndex) sortedIndex->emplace(old, slot);
+        if (sortedIndex) sortedIndex->insert(old, slot);
         throw;
     }
     key.release();
@@ -224,7 +212,7 @@ bool KvRxDictionaryImp::resetKey(const char16_t* oldKey, const char16_t* newKey)
 
 KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
     Entry& e = entries.data[slot];
-    if (sortedIndex) sortedIndex->erase(e.key);
+    if (sortedIndex) sortedIndex->erase(slot);
     keyIndex.erase(entries.data, slot);
     KvRxString* key = e.key;
     KvRxObject* value = e.value;

@@ -13,9 +13,9 @@
 
 #include "collections/kvrxdictionaryfreeslots.h"
 #include "collections/kvrxdictionarykeyindex.h"
+#include "collections/kvrxdictionarysortedindex.h"
 #include "kvrxdictionary.h"
 
-#include <map>
 #include <memory>
 
 class KvRxDictionaryImp : public KvRxDictionary {
@@ -23,10 +23,7 @@ class KvRxDictionaryImp : public KvRxDictionary {
 
 public:
     using Entry = KvRxDictionaryEntry;
-    struct KeyLess {
-        bool operator()(const KvRxString* a, const KvRxString* b) const { return KvRxString::less(a, b); }
-    };
-    using SortedIndex = std::map<KvRxString*, int, KeyLess>;
+    using SortedIndex = KvRxDictionarySortedIndex;
 
     static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
                                                bool ignoreCase, const KvRxClass* restrictTo);
@@ -34,7 +31,12 @@ public:
     KvRxDictionaryImp(const KvRxDictionaryImp&) = delete;
     KvRxDictionaryImp& operator=(const KvRxDictionaryImp&) = delete;
 
-    KvRxObject* at(unsigned int id) const override;
+    // By id: inline, so that the runtime's own callers, which hold the implementation,
+    // read the slot without a call.
+    // A free slot holds a null value, so the slot's value is the answer either way.
+    KvRxObject* at(unsigned int id) const final {
+        return id - 1 < unsigned(entries.length) ? entries.data[id - 1].value : nullptr;
+    }
     KvRxObject* at(const char16_t* key) const override;
     KvRxObject* atPut(unsigned int id, KvRxObject* object) override;
     KvRxObject* atPut(const char16_t* key, KvRxObject* object, unsigned int& retId) override;
@@ -43,7 +45,7 @@ public:
     bool atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) override;
     KvRxObject* remove(unsigned int id) override;
     KvRxObject* remove(const char16_t* key) override;
-    bool has(unsigned int id) const override;
+    bool has(unsigned int id) const final { return liveSlot(id) >= 0; }
     bool has(const char16_t* key) const override;
     unsigned int idAt(const char16_t* key) const override;
     const char16_t* keyAt(unsigned int id) const override;
@@ -75,7 +77,11 @@ private:
     // The slot index of `key`, or -1.
     int find(const char16_t* key) const;
     // The slot index of a live entry with this id, or -1.
-    int liveSlot(unsigned int id) const;
+    int liveSlot(unsigned int id) const {
+        // Id 0 wraps around to above every length.
+        if (id - 1 >= unsigned(entries.length)) return -1;
+        return entries.data[id - 1].key ? int(id - 1) : -1;
+    }
     KvRxObject* replaceValue(int slot, KvRxObject* object);
     KvRxObject* removeSlot(int slot);
     bool resetSlotKey(int slot, const char16_t* newKey);
@@ -119,5 +125,5 @@ private:
     KvRxDictionaryImp* dictionary;
     bool idOrder;
     int slot;  // index in the entry array when idOrder; the array's length at the end
-    KvRxDictionaryImp::SortedIndex::iterator node;
+    KvRxDictionarySortedIndex::Tree::iterator node;
 };
