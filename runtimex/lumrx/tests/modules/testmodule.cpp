@@ -9,7 +9,7 @@
 #include <unistd.h>
 
 #if defined(KRX_UNLOCK) || defined(KRX_MDI) || defined(KRX_LOADS) || defined(KRX_UNLOADS_SELF) || \
-    defined(KRX_FULL)
+    defined(KRX_FULL) || defined(KRX_OTHER)
 #include "kvrxdynamiclinker.h"
 #endif
 #if defined(KRX_THROW_ALL)
@@ -132,6 +132,22 @@ void registerFull(int code) {
 }  // namespace
 #endif
 
+#ifdef KRX_OTHER
+namespace {
+
+// Messages 50 and 51 load and unload the module KRX_OTHER names, from inside the message.
+void actOnOther(int code) {
+    if (code != 50 && code != 51) return;
+    const char* narrow = KRX_OTHER;
+    char16_t wide[4096] = {};
+    for (size_t i = 0; narrow[i] && i + 1 < sizeof wide / sizeof *wide; ++i) wide[i] = char16_t(narrow[i]);
+    if (code == 50) logEvent(kvrxLoadModule(wide, false, false) ? "other loaded" : "other not loaded");
+    else logEvent(kvrxUnloadModule(wide, false) ? "other unloaded" : "other not unloaded");
+}
+
+}  // namespace
+#endif
+
 #ifdef KRX_CLASS_CYCLE
 #include "kvrxclass.h"
 
@@ -174,7 +190,22 @@ void loadInner() {
 #endif
 
 #ifndef KRX_NO_ENTRY
-extern "C" int kvrxEntryPoint(int code, void* packet) {
+// The entry point's own types, opaque: a module needs no more of them.
+namespace KvRx {
+enum AppMsgCode : int;
+enum AppRetCode : int;
+}  // namespace KvRx
+
+namespace {
+int entryPoint(int code, void* packet);
+}  // namespace
+
+extern "C" KvRx::AppRetCode kvrxEntryPoint(KvRx::AppMsgCode code, void* packet) {
+    return KvRx::AppRetCode(entryPoint(code, packet));
+}
+
+namespace {
+int entryPoint(int code, void* packet) {
     char text[16];
     std::snprintf(text, sizeof text, "%d", code);
     logEvent("message ", text);
@@ -214,10 +245,14 @@ extern "C" int kvrxEntryPoint(int code, void* packet) {
 #ifdef KRX_FULL
     registerFull(code);
 #endif
+#ifdef KRX_OTHER
+    actOnOther(code);
+#endif
 #ifdef KRX_CLASS_CYCLE
     registerCycle(code);
 #endif
     if (code == 99) return 1;  // the message every test module refuses
     return code == 1 ? KRX_INIT_RESULT : 0;
 }
+}  // namespace
 #endif

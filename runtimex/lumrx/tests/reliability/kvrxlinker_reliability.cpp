@@ -149,6 +149,18 @@ TEST_F(Reliability, HostileModulesGetOrdinaryAnswersAndLeaveNothing) {
     EXPECT_TRUE(linker()->unloadModule(selfLoad.c_str(), false));
     EXPECT_EQ(events(), std::vector<std::string>{"krxselfload message 2"});
     expectNothingLeft();
+
+    // Refused by the host after it loaded itself: the reference it took goes with the
+    // load that failed, and the whole module with it.
+    host.runtime.acceptNonMdi = false;
+    EXPECT_FALSE(linker()->loadModule(selfLoad.c_str(), false, false));
+    host.runtime.acceptNonMdi = true;
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxselfload mapped " + moduleDir().string(),
+                                                  "krxselfload message 1", "krxselfload inner loaded",
+                                                  "krxselfload message 2"}));
+    EXPECT_EQ(proxyOf(selfLoad), nullptr);
+    EXPECT_EQ(lumplatform::mappedImage(selfLoad), nullptr);
+    expectNothingLeft();
 }
 
 TEST_F(Reliability, ClassesThatNameEachOtherAsParents) {
