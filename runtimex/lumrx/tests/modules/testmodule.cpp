@@ -120,12 +120,15 @@ KvRxDynamicLinker* dynamicLinker() {
 void registerFull(int code) {
     if (code == 1) {
         delete full.service;
+        full.service = nullptr;  // the registrations below may throw
+        full.rxClass = nullptr;
         full.rxClass = newKvRxClass(u"KrxFullClass", u"OvRxObject");
         full.service = static_cast<KvRxService*>(kvrxRegisterService(u"KrxFullService"));
         dynamicLinker()->addReactor(&full.reactor);
     } else if (code == 2) {
         dynamicLinker()->removeReactor(&full.reactor);
-        deleteKvRxClass(full.rxClass);
+        if (full.rxClass) deleteKvRxClass(full.rxClass);
+        full.rxClass = nullptr;
     }
 }
 
