@@ -404,13 +404,13 @@ bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbos
         proxy->setInitialising(false);
         recordModuleEvent(name.c_str(), u"load failure");
         KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoadFailed, name.c_str());
-        finishUnload(false, proxy, false);
+        unloadFailedLoad(proxy);
         return false;
     }
     if (!proxy->mdiAware() && !runtime->acceptNonMdiModule()) {
         m_tracker->abortLoad(proxy);
         proxy->setInitialising(false);
-        finishUnload(false, proxy, false);
+        unloadFailedLoad(proxy);
         notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
         return false;
     }
@@ -423,7 +423,7 @@ bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbos
         notify(&KvRxDLinkerReactor::rxAppLoadAborted, name.c_str());
         proxy->setInitialising(false);
         recordModuleEvent(name.c_str(), u"load failure");
-        finishUnload(false, proxy, false);
+        unloadFailedLoad(proxy);
         throw;
     }
     bool nested = loadDepth > 1;
@@ -435,6 +435,13 @@ bool KvRxDynamicLinkerImp::initModule(KvRxDynLoadModuleProxy* proxy, bool verbos
     m_tracker->endLoad(proxy);
     if (verbose && loadDepth == 1) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoaded, name.c_str());
     return true;
+}
+
+// A load that failed takes its module down whole: references it gained during its first
+// message (loading itself, say) belong to a load that never happened.
+void KvRxDynamicLinkerImp::unloadFailedLoad(KvRxDynLoadModuleProxy* proxy) {
+    while (proxy->refCount() > 1) proxy->release();
+    finishUnload(false, proxy, false);
 }
 
 bool KvRxDynamicLinkerImp::unloadModule(const char16_t* fileName, bool asCommand) {

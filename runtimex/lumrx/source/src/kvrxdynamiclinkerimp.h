@@ -109,6 +109,7 @@ private:
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);
     bool unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand, bool quitting);
     bool finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy, bool quitting);
+    void unloadFailedLoad(KvRxDynLoadModuleProxy* proxy);
     void dropServicesOf(KvRxDynLoadModuleProxy* proxy);
     void flushPendingModules();
     void loadStartupApps();

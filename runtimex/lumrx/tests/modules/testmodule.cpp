@@ -8,8 +8,12 @@
 #include <cstdlib>
 #include <unistd.h>
 
-#if defined(KRX_UNLOCK) || defined(KRX_MDI) || defined(KRX_LOADS)
+#if defined(KRX_UNLOCK) || defined(KRX_MDI) || defined(KRX_LOADS) || defined(KRX_UNLOADS_SELF) || \
+    defined(KRX_FULL) || defined(KRX_OTHER)
 #include "kvrxdynamiclinker.h"
+#endif
+#if defined(KRX_THROW_ALL)
+#include <stdexcept>
 #endif
 
 #ifndef KRX_VERSION
@@ -89,6 +93,87 @@ void registerOrphan(int code) {
 }  // namespace
 #endif
 
+#ifdef KRX_FULL
+#include "kvrxclass.h"
+#include "kvrxservice.h"
+#include "kvrxdictionary.h"
+#include "kvrxruntime.h"
+
+namespace {
+
+// A class, a service and a reactor of its own while it is loaded. The service object
+// goes at the next first message or with the image: the linker takes it out of the
+// dictionary only after the unload message.
+struct FullReactor : KvRxDLinkerReactor {};
+
+struct Full {
+    KvRxClass* rxClass = nullptr;
+    KvRxService* service = nullptr;
+    FullReactor reactor;
+    ~Full() { delete service; }
+} full;
+
+KvRxDynamicLinker* dynamicLinker() {
+    return KvRxDynamicLinker::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
+}
+
+void registerFull(int code) {
+    if (code == 1) {
+        delete full.service;
+        full.service = nullptr;  // the registrations below may throw
+        full.rxClass = nullptr;
+        full.rxClass = newKvRxClass(u"KrxFullClass", u"OvRxObject");
+        full.service = static_cast<KvRxService*>(kvrxRegisterService(u"KrxFullService"));
+        dynamicLinker()->addReactor(&full.reactor);
+    } else if (code == 2) {
+        dynamicLinker()->removeReactor(&full.reactor);
+        if (full.rxClass) deleteKvRxClass(full.rxClass);
+        full.rxClass = nullptr;
+    }
+}
+
+}  // namespace
+#endif
+
+#ifdef KRX_OTHER
+namespace {
+
+// Messages 50 and 51 load and unload the module KRX_OTHER names, from inside the message.
+void actOnOther(int code) {
+    if (code != 50 && code != 51) return;
+    const char* narrow = KRX_OTHER;
+    char16_t wide[4096] = {};
+    for (size_t i = 0; narrow[i] && i + 1 < sizeof wide / sizeof *wide; ++i) wide[i] = char16_t(narrow[i]);
+    if (code == 50) logEvent(kvrxLoadModule(wide, false, false) ? "other loaded" : "other not loaded");
+    else logEvent(kvrxUnloadModule(wide, false) ? "other unloaded" : "other not unloaded");
+}
+
+}  // namespace
+#endif
+
+#ifdef KRX_CLASS_CYCLE
+#include "kvrxclass.h"
+
+namespace {
+
+// Two classes that name each other as parents.
+KvRxClass* gCycleA = nullptr;
+KvRxClass* gCycleB = nullptr;
+
+void registerCycle(int code) {
+    if (code == 1) {
+        gCycleA = newKvRxClass(u"KrxCycleA", u"KrxCycleB");
+        gCycleB = newKvRxClass(u"KrxCycleB", u"KrxCycleA");
+    } else if (code == 2) {
+        if (gCycleB) deleteKvRxClass(gCycleB);
+        if (gCycleA) deleteKvRxClass(gCycleA);
+        gCycleA = gCycleB = nullptr;
+    }
+}
+
+}  // namespace
+#endif
+
 #ifndef KRX_NO_VERSION
 extern "C" uint32_t kvrxGetApiVersion(uintptr_t) { return KRX_VERSION; }
 #endif
@@ -108,7 +193,22 @@ void loadInner() {
 #endif
 
 #ifndef KRX_NO_ENTRY
-extern "C" int kvrxEntryPoint(int code, void* packet) {
+// The entry point's own types, opaque: a module needs no more of them.
+namespace KvRx {
+enum AppMsgCode : int;
+enum AppRetCode : int;
+}  // namespace KvRx
+
+namespace {
+int entryPoint(int code, void* packet);
+}  // namespace
+
+extern "C" KvRx::AppRetCode kvrxEntryPoint(KvRx::AppMsgCode code, void* packet) {
+    return KvRx::AppRetCode(entryPoint(code, packet));
+}
+
+namespace {
+int entryPoint(int code, void* packet) {
     char text[16];
     std::snprintf(text, sizeof text, "%d", code);
     logEvent("message ", text);
@@ -133,7 +233,29 @@ extern "C" int kvrxEntryPoint(int code, void* packet) {
 #ifdef KRX_THROW
     if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
 #endif
+#ifdef KRX_THROW_ALL
+    if (code == 1) throw new LumExceptionWithMsg(__FILE__, __LINE__, u"refused");
+    throw std::runtime_error("every message refused");
+#endif
+#ifdef KRX_UNLOADS_SELF
+    if (code == 1) {
+        const char* narrow = KRX_UNLOADS_SELF;
+        char16_t wide[4096] = {};
+        for (size_t i = 0; narrow[i] && i + 1 < sizeof wide / sizeof *wide; ++i) wide[i] = char16_t(narrow[i]);
+        logEvent(kvrxUnloadModule(wide, false) ? "self unloaded" : "self refused");
+    }
+#endif
+#ifdef KRX_FULL
+    registerFull(code);
+#endif
+#ifdef KRX_OTHER
+    actOnOther(code);
+#endif
+#ifdef KRX_CLASS_CYCLE
+    registerCycle(code);
+#endif
     if (code == 99) return 1;  // the message every test module refuses
     return code == 1 ? KRX_INIT_RESULT : 0;
 }
+}  // namespace
 #endif
