@@ -530,6 +530,28 @@ TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
     unchangedThenChangedBy([&] { return tool("add '\\Lumora' /v inside /d 1"); });
 }
 
+// A hive named by a relative path is the file in the current directory of each call.
+TEST_F(RegistryStore, RelativeHivePathFollowsTheCurrentDirectory) {
+    fs::path first = folder / "first", second = folder / "second", start = fs::current_path();
+    fs::create_directories(first);
+    fs::create_directories(second);
+    setenv("LUMRX_REGISTRY_USER", "hive.db", 1);
+    RegistryKey key;
+    for (const fs::path& place : {first, second}) {
+        fs::current_path(place);
+        ASSERT_EQ(key.create(kUser, u"\\Here"), kRegistryOk);
+        ASSERT_EQ(writeText(key, u"place", fs::path(place).filename().u16string()), kRegistryOk);
+    }
+    for (const fs::path& place : {first, second, first}) {
+        fs::current_path(place);
+        uint64_t counter = 0;
+        EXPECT_EQ(registryChangeCounter(kUser, counter), kRegistryOk);
+        ASSERT_EQ(key.open(kUser, u"\\Here", RegistryAccess::read), kRegistryOk);
+        EXPECT_EQ(readText(key, u"place"), fs::path(place).filename().u16string());
+    }
+    fs::current_path(start);
+}
+
 TEST_F(RegistryStore, BatchLandsWholeOrNotAtAll) {
     RegistryKey key;
     {

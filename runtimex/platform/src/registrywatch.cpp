@@ -63,7 +63,8 @@ bool FolderWatch::add(const std::string& path) {
 
 bool FolderWatch::watch(const std::string& configured, const std::string& file) {
     std::lock_guard<std::mutex> guard(m_lock);
-    if (m_fd < 0) return false;
+    // A relative path names another file after a change of directory, which is no event.
+    if (m_fd < 0 || configured.empty() || configured[0] != '/') return false;
     if (!add(folderOf(configured)) || !add(folderOf(file))) return false;
     struct stat st;
     if (stat(file.c_str(), &st) != 0) return errno == ENOENT;  // made later: seen in its folder

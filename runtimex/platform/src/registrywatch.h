@@ -28,8 +28,8 @@ public:
     FolderWatch& operator=(const FolderWatch&) = delete;
 
     // Watches what decides the content of `file`, the hive file found through the
-    // configured path `configured`; false if it can't be watched reliably, and then
-    // events() says nothing about it.
+    // configured path `configured`; false if it can't be watched reliably (a relative
+    // path, a remote file system, no inotify), and then events() says nothing about it.
     bool watch(const std::string& configured, const std::string& file);
     // The number of events seen so far, after reading those pending.
     uint64_t events();
