@@ -520,6 +520,25 @@ TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
     RegistryKey key;
     EXPECT_EQ(key.open(kUser, u"\\Lumora\\New", RegistryAccess::read), kRegistryOk);
 
+    // A symbolic link above the hive's folder pointed at another folder.
+    fs::path a = folder / "a", b = folder / "b", link = folder / "deep" / "link";
+    fs::create_directories(folder / "deep");
+    fs::create_directories(a / "in");
+    fs::create_directories(b / "in");
+    ASSERT_TRUE(toolOn(a / "in" / "hive.db", "add '\\Lumora' /v place /d a"));
+    ASSERT_TRUE(toolOn(b / "in" / "hive.db", "add '\\Lumora' /v place /d b"));
+    fs::create_directory_symlink(a, link);
+    setenv("LUMRX_REGISTRY_USER", (link / "in" / "hive.db").c_str(), 1);
+    ASSERT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(key, u"place"), u"a");
+    unchangedThenChangedBy([&] {
+        fs::create_directory_symlink(b, folder / "deep" / "next");
+        fs::rename(folder / "deep" / "next", link);
+        return true;
+    });
+    ASSERT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(key, u"place"), u"b");
+
     fs::path hiveFolder = folder / "hive";
     setenv("LUMRX_REGISTRY_USER", hiveFolder.c_str(), 1);
     ASSERT_TRUE(tool("add '\\Lumora'"));
