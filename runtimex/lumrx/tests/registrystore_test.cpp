@@ -520,6 +520,25 @@ TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
     RegistryKey key;
     EXPECT_EQ(key.open(kUser, u"\\Lumora\\New", RegistryAccess::read), kRegistryOk);
 
+    // A symbolic link above the hive's folder pointed at another folder.
+    fs::path a = folder / "a", b = folder / "b", link = folder / "deep" / "link";
+    fs::create_directories(folder / "deep");
+    fs::create_directories(a / "in");
+    fs::create_directories(b / "in");
+    ASSERT_TRUE(toolOn(a / "in" / "hive.db", "add '\\Lumora' /v place /d a"));
+    ASSERT_TRUE(toolOn(b / "in" / "hive.db", "add '\\Lumora' /v place /d b"));
+    fs::create_directory_symlink(a, link);
+    setenv("LUMRX_REGISTRY_USER", (link / "in" / "hive.db").c_str(), 1);
+    ASSERT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(key, u"place"), u"a");
+    unchangedThenChangedBy([&] {
+        fs::create_directory_symlink(b, folder / "deep" / "next");
+        fs::rename(folder / "deep" / "next", link);
+        return true;
+    });
+    ASSERT_EQ(key.open(kUser, u"\\Lumora", RegistryAccess::read), kRegistryOk);
+    EXPECT_EQ(readText(key, u"place"), u"b");
+
     fs::path hiveFolder = folder / "hive";
     setenv("LUMRX_REGISTRY_USER", hiveFolder.c_str(), 1);
     ASSERT_TRUE(tool("add '\\Lumora'"));
@@ -528,6 +547,28 @@ TEST_F(RegistryStore, ChangeCounterSeesEveryRoadToTheHiveFile) {
     fs::create_directories(hiveFolder);
     fs::copy_file(moved, hiveFolder / "registry.db");
     unchangedThenChangedBy([&] { return tool("add '\\Lumora' /v inside /d 1"); });
+}
+
+// A hive named by a relative path is the file in the current directory of each call.
+TEST_F(RegistryStore, RelativeHivePathFollowsTheCurrentDirectory) {
+    fs::path first = folder / "first", second = folder / "second", start = fs::current_path();
+    fs::create_directories(first);
+    fs::create_directories(second);
+    setenv("LUMRX_REGISTRY_USER", "hive.db", 1);
+    RegistryKey key;
+    for (const fs::path& place : {first, second}) {
+        fs::current_path(place);
+        ASSERT_EQ(key.create(kUser, u"\\Here"), kRegistryOk);
+        ASSERT_EQ(writeText(key, u"place", fs::path(place).filename().u16string()), kRegistryOk);
+    }
+    for (const fs::path& place : {first, second, first}) {
+        fs::current_path(place);
+        uint64_t counter = 0;
+        EXPECT_EQ(registryChangeCounter(kUser, counter), kRegistryOk);
+        ASSERT_EQ(key.open(kUser, u"\\Here", RegistryAccess::read), kRegistryOk);
+        EXPECT_EQ(readText(key, u"place"), fs::path(place).filename().u16string());
+    }
+    fs::current_path(start);
 }
 
 TEST_F(RegistryStore, BatchLandsWholeOrNotAtAll) {

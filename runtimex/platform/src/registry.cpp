@@ -20,7 +20,8 @@ namespace registry_internal {
 
 // The state of one open key. Each snapshot serves a walk by index: the next index
 // of a walk reads it as it is; any other index takes it again if the hive's change
-// counter moved from the snapshot's stamp.
+// counter moved from the snapshot's stamp. Key info answers from snapshots taken at
+// the present count too, except while a walk goes on over an older one.
 template <typename Row>
 struct Snapshot {
     bool taken = false;

@@ -11,8 +11,13 @@
 // (AUTOINCREMENT), so an id held by an open key never comes to name another key; a
 // key's values leave in the transaction that removes its row.
 //
-// Ownership: the store owns the connection and its prepared statements; it is shared
-// (shared_ptr) by the process's hive table, the open keys and the batches on it.
+// Cheap checks: while the process's folder watch (registrywatch.h) covers the file,
+// data_version is read again only after the watch saw an event, and opened key paths
+// are answered from the key cache (registrykeycache.h) while the change counter stands.
+//
+// Ownership: the store owns the connection, its prepared statements and its key cache;
+// it is shared (shared_ptr) by the process's hive table, the open keys and the batches
+// on it.
 #pragma once
 
 #include "lumplatform/registry.h"

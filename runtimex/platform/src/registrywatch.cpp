@@ -13,8 +13,10 @@ namespace lumplatform::registry_internal {
 
 namespace {
 
-constexpr uint32_t kWatchedEvents = IN_MODIFY | IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO |
-                                    IN_DELETE_SELF | IN_MOVE_SELF;
+// What changes a folder's entries, or the folder itself.
+constexpr uint32_t kEntryEvents = IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF;
+// ... and, in the folders of the hive and its journals, what changes a file's content.
+constexpr uint32_t kContentEvents = kEntryEvents | IN_MODIFY;
 
 std::string folderOf(const std::string& path) {
     size_t cut = path.find_last_of('/');
@@ -57,18 +59,30 @@ FolderWatch::~FolderWatch() {
     if (m_fd >= 0) close(m_fd);
 }
 
-bool FolderWatch::add(const std::string& path) {
-    return !remoteFileSystem(path) && inotify_add_watch(m_fd, path.c_str(), kWatchedEvents) >= 0;
+bool FolderWatch::add(const std::string& path, uint32_t events) {
+    return !remoteFileSystem(path) && inotify_add_watch(m_fd, path.c_str(), events | IN_MASK_ADD) >= 0;
+}
+
+// The folders above `folder` decide which file its path names (a folder renamed, a
+// symbolic link pointed elsewhere), so their entries are watched too.
+bool FolderWatch::addWithAncestors(const std::string& folder) {
+    if (!add(folder, kContentEvents)) return false;
+    for (std::string above = folder; above != "/" && above != ".";) {
+        above = folderOf(above);
+        if (!add(above, kEntryEvents)) return false;
+    }
+    return true;
 }
 
 bool FolderWatch::watch(const std::string& configured, const std::string& file) {
     std::lock_guard<std::mutex> guard(m_lock);
-    if (m_fd < 0) return false;
-    if (!add(folderOf(configured)) || !add(folderOf(file))) return false;
+    // A relative path names another file after a change of directory, which is no event.
+    if (m_fd < 0 || configured.empty() || configured[0] != '/') return false;
+    if (!addWithAncestors(folderOf(configured)) || !addWithAncestors(folderOf(file))) return false;
     struct stat st;
     if (stat(file.c_str(), &st) != 0) return errno == ENOENT;  // made later: seen in its folder
     char* real = realpath(file.c_str(), nullptr);
-    bool ok = real && add(folderOf(real)) && add(file);
+    bool ok = real && addWithAncestors(folderOf(real)) && add(file, kContentEvents);
     std::free(real);
     return ok;
 }

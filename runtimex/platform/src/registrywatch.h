@@ -5,9 +5,10 @@
 // Invariant: once watch() has succeeded for a hive file, every creation, removal,
 // rename or write of a file in the folders that decide its content (the folder of the
 // path configured for the hive, the folder of the file, the folder of the file's real
-// path, where the journals live) and every write of the file itself, by any process on
-// this machine, moves events() before the writer's call returns; so does the removal
-// of a watched folder and a lost event (queue overflow). Folders on file systems
+// path, where the journals live), every write of the file itself, and every creation,
+// removal or rename in a folder above those (which may point the path elsewhere), by
+// any process on this machine, moves events() before the writer's call returns; so does
+// the removal of a watched folder and a lost event (queue overflow). Folders on file systems
 // whose changes may come from another machine (network, FUSE) are never watched.
 // Watches stay until the kernel drops them with their folder; dropping one is an
 // event too.
@@ -28,8 +29,8 @@ public:
     FolderWatch& operator=(const FolderWatch&) = delete;
 
     // Watches what decides the content of `file`, the hive file found through the
-    // configured path `configured`; false if it can't be watched reliably, and then
-    // events() says nothing about it.
+    // configured path `configured`; false if it can't be watched reliably (a relative
+    // path, a remote file system, no inotify), and then events() says nothing about it.
     bool watch(const std::string& configured, const std::string& file);
     // The number of events seen so far, after reading those pending.
     uint64_t events();
@@ -39,7 +40,8 @@ public:
 private:
     FolderWatch();
     ~FolderWatch();
-    bool add(const std::string& path);
+    bool add(const std::string& path, uint32_t events);
+    bool addWithAncestors(const std::string& folder);
     void drain();
 
     std::mutex m_lock;

@@ -218,9 +218,12 @@ bool pollRegistryWatch(HiveWatch& watch, RegistryHive hive) {
 
 using IteratorPtr = std::unique_ptr<KvRxIterator>;
 
-bool moduleIsLoaded(const KvoreRegisterKrxInfo* record) {
+KvRxDynamicLinkerImp* dynamicLinker() {
     KvRxDictionary* registry = kvrxSysRegistry();
-    auto* linker = registry ? KvRxDynamicLinkerImp::cast(registry->at(u"DynamicLinker")) : nullptr;
+    return registry ? KvRxDynamicLinkerImp::cast(registry->at(u"DynamicLinker")) : nullptr;
+}
+
+bool moduleIsLoaded(KvRxDynamicLinkerImp* linker, const KvoreRegisterKrxInfo* record) {
     return linker && linker->findRxModuleProxyByModuleName(record->moduleName(), false);
 }
 
@@ -284,8 +287,9 @@ bool getRegisterKrxAppInfoList(const char16_t* name, KvArray<KvoreRegisterKrxInf
     const KvoreCommandIndex::Records* offering =
         gRegisterStack->recordsOffering(group, size_t(dot - name), command);
     if (!offering) return true;
+    KvRxDynamicLinkerImp* linker = dynamicLinker();
     for (KvoreRegisterKrxInfo* record : *offering) {
-        if (moduleIsLoaded(record)) continue;
+        if (moduleIsLoaded(linker, record)) continue;
         if (!onlyFlagged || (record->loadReason() & KvoreApp::kFlaggedForDemandLoad)) result.append(record);
     }
     return true;
