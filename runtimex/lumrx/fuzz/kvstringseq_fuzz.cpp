@@ -397,8 +397,10 @@ private:
             check(!m_s.releaseBuffer());
             return;
         }
+        // Once a release may be refused, nothing is written: a pair would keep a narrow
+        // text that no longer matches.
         int len = int(m_w.size());
-        if (len > 0 && (m_in.byte() & 1)) p[len - 1] = u'q', m_w[size_t(len - 1)] = u'q';
+        if (len > 0 && !m_badRequest && (m_in.byte() & 1)) p[len - 1] = u'q', m_w[size_t(len - 1)] = u'q';
         int keep = m_in.byte() % 4 == 0 ? -1 : std::min(len, int(m_in.byte() % 8));
         // A refused request earlier keeps its buffer refusing until a new one replaces it.
         if (!m_s.releaseBuffer(keep)) {
