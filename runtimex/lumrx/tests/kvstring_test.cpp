@@ -577,6 +577,14 @@ TEST(KvStringCompare, ResultsAndEdgesOfThreeWalks) {
     EXPECT_NE(0, KvString(u"x\\m+14E4F").compareNoCase("X\\M+14E4F"));
     EXPECT_EQ(0, KvString(u"a\\b").compare("a\\b"));
     EXPECT_EQ(0, KvString(u"a\\U+004").compare("a\\U+004"));
+    // A byte from 0x80 up is no unit of the same extended value.
+    EXPECT_NE(0, KvString(u"\uFFE9").compare("\xE9"));
+    EXPECT_NE(0, KvString(u"a\uFFFD").compareNoCase("a\xFD"));
+    EXPECT_NE(0, KvString("a\xFD").compare(u"a\uFFFD"));
+    if (!dbcs()) {
+        EXPECT_EQ(0, KvString(u"\u00E9").compare("\xE9"));
+        EXPECT_EQ(0, KvString("x\xE9").compare(u"x\u00E9"));
+    }
 
     EXPECT_EQ(-1, empty.compare("x", KvString::Encoding(5)));
     EXPECT_EQ(0, empty.compareNoCase("x", KvString::Encoding(5)));

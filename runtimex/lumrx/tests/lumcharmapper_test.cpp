@@ -177,8 +177,8 @@ TEST(CodePages, EveryUnitOfThePlaneSurvivesTheNarrowFormOfEveryPage) {
     std::u16string text;
     for (unsigned u = 1; u < 0x10000; ++u)
         if (u != '\\') text += char16_t(u), text += u"U+0041";
-    for (unsigned cp : {932u, 936u, 949u, 950u, 1361u, 874u, 1250u, 1251u, 1252u, 1253u, 1254u, 1255u,
-                        1256u, 1257u, 1258u}) {
+    for (unsigned cp : {932u, 936u, 949u, 950u, 1361u, 20936u, 51949u, 874u, 1250u, 1251u, 1252u, 1253u,
+                        1254u, 1255u, 1256u, 1257u, 1258u}) {
         Id id = LumCodePageMapper::ansiCpToKvoreCp(cp);
         std::u16string back = toWide(id, toNarrow(cp, text));
         auto diff = std::mismatch(text.begin(), text.end(), back.begin(), back.end());

@@ -77,11 +77,13 @@ bool escapeMayFollow(const char* n) {
 // Wide against narrow, the byte sign-extended to a unit. The rest of the narrow text is
 // converted, escapes resolved, only once the walk can't decide on plain ASCII. Every
 // backslash of the narrow side may open an escape, so it ends the walk even where the
-// wide side holds a backslash too: the escape stands for one other character.
+// wide side holds a backslash too: the escape stands for one other character. A byte
+// from 0x80 up is no character by itself, so it ends the walk even where its extended
+// value equals the unit (0xE9 and U+FFE9).
 int walkWideNarrow(const char16_t* w, const char* n, bool fold) {
     for (;; ++w, ++n) {
         char16_t cw = *w, cn = char16_t(int16_t(int8_t(*n)));
-        if (cw == cn && !escapeMayFollow(n)) {
+        if (cw == cn && int8_t(*n) >= 0 && !escapeMayFollow(n)) {
             if (!cw) return 0;
             continue;
         }
