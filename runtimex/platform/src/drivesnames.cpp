@@ -3,6 +3,7 @@
 #include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
@@ -285,26 +286,84 @@ std::u16string volumePrefix(const WindowsName& name) {
     return std::u16string{name.letter, u':'};
 }
 
-// The absolute name that `name` continues: its own volume, or the current directory or
-// its volume for the relative forms.
-DriveStatus baseOf(const WindowsName& name, std::u16string& base) {
+// The absolute name that `name` continues: its own volume, or for the relative forms
+// the current directory or its volume. `current` is the current directory's full name,
+// or null to ask the process for it.
+DriveStatus baseOf(const WindowsName& name, const std::u16string* current, std::u16string& base) {
     if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
         base = volumePrefix(name);
         return DriveStatus::ok;
     }
-    std::u16string current;
+    std::u16string asked;
+    DriveStatus status = DriveStatus::ok;
+    if (!current) {
+        status = currentDirectoryName(asked);
+        current = &asked;
+    }
     WindowsName here;
-    DriveStatus status = currentDirectoryName(current);
-    if (status == DriveStatus::ok) splitWindowsName(current, here);  // cannot fail: made by windowsNameOf
+    if (status == DriveStatus::ok) splitWindowsName(*current, here);  // cannot fail: a full name
     if (name.form == WindowsName::driveRelative) {
         // On another drive than the current one: its root, as no directory is kept per drive.
         bool sameDrive = status == DriveStatus::ok && here.form == WindowsName::drive && here.letter == name.letter;
-        base = sameDrive ? current : std::u16string{name.letter, u':'};
+        base = sameDrive ? *current : std::u16string{name.letter, u':'};
         return DriveStatus::ok;
     }
     if (status != DriveStatus::ok) return status;
-    base = name.form == WindowsName::rootRelative ? volumePrefix(here) : current;
+    base = name.form == WindowsName::rootRelative ? volumePrefix(here) : *current;
     return DriveStatus::ok;
+}
+
+// fullWindowsName with `current` standing for the current directory, as in baseOf.
+DriveStatus fullNameFrom(const WindowsName& name, const std::u16string* current, std::u16string& fullName) {
+    std::u16string base;
+    DriveStatus status = baseOf(name, current, base);
+    if (status != DriveStatus::ok) return status;
+    WindowsName absolute;
+    splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
+    std::u16string out = volumePrefix(absolute);
+    size_t root = out.size();
+    appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
+    appendFolded(out, root, name.rest, kSeparator, kSeparator);
+    bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
+    if (out.size() == root || trailing) out += kSeparator;
+    if (out.size() > kLongestName) return DriveStatus::nameTooLong;
+    fullName = std::move(out);
+    return DriveStatus::ok;
+}
+
+// Whether a name, taken against a directory, reaches a file below it (or below its
+// volume's root) through components of its own and never climbs: then the file's own
+// look-up can't succeed unless the directory can be entered.
+bool reachesBelow(const WindowsName& name) {
+    if (name.form != WindowsName::relative && name.form != WindowsName::rootRelative) return false;
+    bool below = false;
+    for (size_t i = 0; i <= name.rest.size();) {
+        size_t j = std::min(name.rest.find(kSeparator, i), name.rest.size());
+        std::u16string_view part = std::u16string_view(name.rest).substr(i, j - i);
+        if (part == u"..") return false;
+        below = below || (!part.empty() && part != u".");
+        i = j + 1;
+    }
+    return below;
+}
+
+// Whether the directory of a full name exists and may be searched, as a change to it
+// would need: the look-up of "." inside it asks both.
+bool canEnter(const std::u16string& fullName) {
+    std::u16string path;
+    if (posixPathOf(fullName, path) != DriveStatus::ok) return false;
+    unsigned kind = fileKindAttributes(path + u"/.");
+    return kind != kNoAttributes && (kind & kAttributeDirectory);
+}
+
+// The full name of `directory` and of `name` taken in it, for the calls that work as if
+// the current directory were `directory`.
+DriveStatus nameIn(const std::u16string& directory, const std::u16string& text, WindowsName& name,
+                   std::u16string& here, std::u16string& fullName) {
+    DriveStatus status = fullWindowsName(directory, here);
+    if (status == DriveStatus::ok) status = splitWindowsName(text, name);
+    if (status == DriveStatus::ok) status = fullNameFrom(name, &here, fullName);
+    return status;
 }
 
 }  // namespace
@@ -371,21 +430,25 @@ DriveStatus windowsNameOf(const std::u16string& posixPath, std::u16string& windo
 DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName) {
     WindowsName name;
     DriveStatus status = splitWindowsName(text, name);
+    return status == DriveStatus::ok ? fullNameFrom(name, nullptr, fullName) : status;
+}
+
+DriveStatus posixPathIn(const std::u16string& directory, const std::u16string& text, std::u16string& posixPath) {
+    WindowsName name;
+    std::u16string here, full;
+    DriveStatus status = nameIn(directory, text, name, here, full);
     if (status != DriveStatus::ok) return status;
-    std::u16string base;
-    status = baseOf(name, base);
-    if (status != DriveStatus::ok) return status;
-    WindowsName absolute;
-    splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
-    std::u16string out = volumePrefix(absolute);
-    size_t root = out.size();
-    appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
-    appendFolded(out, root, name.rest, kSeparator, kSeparator);
-    bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
-    if (out.size() == root || trailing) out += kSeparator;
-    if (out.size() > kLongestName) return DriveStatus::nameTooLong;
-    fullName = std::move(out);
-    return DriveStatus::ok;
+    if (!canEnter(here)) return DriveStatus::notAvailable;
+    return posixPathOf(full, posixPath);
+}
+
+unsigned attributesIn(const std::u16string& directory, const std::u16string& text) {
+    WindowsName name;
+    std::u16string here, full, path;
+    if (nameIn(directory, text, name, here, full) != DriveStatus::ok || posixPathOf(full, path) != DriveStatus::ok)
+        return kNoAttributes;
+    if (!reachesBelow(name) && !canEnter(here)) return kNoAttributes;
+    return fileKindAttributes(path);
 }
 
 DriveStatus currentDirectoryName(std::u16string& name) {

@@ -33,6 +33,12 @@ unsigned fileAttributes(const std::u16string& path) {
     return attrs ? attrs : kAttributeNormal;
 }
 
+unsigned fileKindAttributes(const std::u16string& path) {
+    struct stat st;
+    if (path.empty() || stat(toUtf8(path).c_str(), &st) != 0) return kNoAttributes;
+    return S_ISDIR(st.st_mode) ? kAttributeDirectory : kAttributeNormal;
+}
+
 // Folds "." and ".." and repeated separators of an absolute path, lexically.
 static std::string normalise(const std::string& absolute) {
     std::vector<std::string> parts;

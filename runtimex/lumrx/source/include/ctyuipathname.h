@@ -13,9 +13,9 @@
 // longer than the volume's path limit (259 for a device), and an edit never leaves an
 // empty component in it.
 //
-// No lock anywhere: parsing, probing, Rename and Remove may change the process's
-// current directory for the length of the call, and the descriptor list grows on
-// the first parse that meets a volume.
+// A relative name is probed, renamed and removed as if the current directory were its
+// base, without changing the current directory. No lock anywhere: the descriptor list
+// grows on the first parse that meets a volume.
 #pragma once
 
 #include "kvstring.h"

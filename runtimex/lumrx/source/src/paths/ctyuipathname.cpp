@@ -188,13 +188,8 @@ void CTyUiPathname::GetAttributes(const KvString* path, const KvString* base,
         *type = kWildcard;
         return;
     }
-    unsigned attributes = lumplatform::kNoAttributes;
-    if (!base || base->length() == 0) {
-        attributes = ctyuipathhost::AttributesOf(*path);
-    } else {
-        ctyuipathhost::DirectoryFrame frame(*base);
-        if (frame.entered()) attributes = ctyuipathhost::AttributesOf(*path);
-    }
+    // As if the current directory were `base`: it must be one that can be entered.
+    unsigned attributes = ctyuipathhost::AttributesIn(base, *path);
     if (attributes != lumplatform::kNoAttributes)
         *type = (attributes & lumplatform::kAttributeDirectory) ? kDirectory : kFile;
 }

@@ -20,18 +20,20 @@ bool FullName(const KvString& windowsName, KvString& fullName) {
     return true;
 }
 
-bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath) {
+bool PosixPathIn(const KvString* base, const KvString& windowsName, std::u16string& posixPath) {
+    using lumplatform::DriveStatus;
+    if (base && base->length() != 0)
+        return lumplatform::posixPathIn(Text(*base), Text(windowsName), posixPath) == DriveStatus::ok;
     std::u16string full;
-    return lumplatform::fullWindowsName(Text(windowsName), full) == lumplatform::DriveStatus::ok &&
-           lumplatform::posixPathOf(full, posixPath) == lumplatform::DriveStatus::ok;
+    return lumplatform::fullWindowsName(Text(windowsName), full) == DriveStatus::ok &&
+           lumplatform::posixPathOf(full, posixPath) == DriveStatus::ok;
 }
 
-unsigned AttributesOf(const KvString& windowsName) {
-    std::u16string full, posix;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok ||
-        lumplatform::posixPathOf(full, posix) != lumplatform::DriveStatus::ok)
-        return lumplatform::kNoAttributes;
-    return lumplatform::fileAttributes(posix);
+unsigned AttributesIn(const KvString* base, const KvString& windowsName) {
+    if (base && base->length() != 0) return lumplatform::attributesIn(Text(*base), Text(windowsName));
+    std::u16string posix;
+    return PosixPathIn(nullptr, windowsName, posix) ? lumplatform::fileKindAttributes(posix)
+                                                    : lumplatform::kNoAttributes;
 }
 
 bool SearchFile(const KvString& name, KvString& found) {
@@ -65,17 +67,6 @@ bool CurrentDirectory(KvString& name) {
     if (lumplatform::currentDirectoryName(text) != lumplatform::DriveStatus::ok) return false;
     name = text.c_str();
     return true;
-}
-
-bool ChangeDirectory(const KvString& name) {
-    return lumplatform::changeCurrentDirectory(Text(name)) == lumplatform::DriveStatus::ok;
-}
-
-DirectoryFrame::DirectoryFrame(const KvString& base)
-    : m_entered(CurrentDirectory(m_saved) && ChangeDirectory(base)) {}
-
-DirectoryFrame::~DirectoryFrame() {
-    if (m_entered) ChangeDirectory(m_saved);
 }
 
 }  // namespace ctyuipathhost
