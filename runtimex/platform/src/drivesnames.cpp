@@ -356,14 +356,19 @@ bool canEnter(const std::u16string& fullName) {
     return kind != kNoAttributes && (kind & kAttributeDirectory);
 }
 
-// The full name of `directory` and of `name` taken in it, for the calls that work as if
-// the current directory were `directory`.
-DriveStatus nameIn(const std::u16string& directory, const std::u16string& text, WindowsName& name,
-                   std::u16string& here, std::u16string& fullName) {
-    DriveStatus status = fullWindowsName(directory, here);
-    if (status == DriveStatus::ok) status = splitWindowsName(text, name);
-    if (status == DriveStatus::ok) status = fullNameFrom(name, &here, fullName);
-    return status;
+// The POSIX path of a split name, with `current` as the full name of the current
+// directory (null: the process's own). A drive or share name needs no base: it is
+// folded below its volume's directory straight away.
+DriveStatus posixFrom(const WindowsName& name, const std::u16string* current, std::u16string& posixPath) {
+    std::u16string full;
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        const std::u16string* directory = nullptr;
+        DriveStatus status = directoryOfVolume(name, directory);
+        if (status == DriveStatus::ok) appendBelow(*directory, name.rest, posixPath);
+        return status;
+    }
+    DriveStatus status = fullNameFrom(name, current, full);
+    return status == DriveStatus::ok ? posixPathOf(full, posixPath) : status;
 }
 
 }  // namespace
@@ -435,17 +440,23 @@ DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName
 
 DriveStatus posixPathIn(const std::u16string& directory, const std::u16string& text, std::u16string& posixPath) {
     WindowsName name;
-    std::u16string here, full;
-    DriveStatus status = nameIn(directory, text, name, here, full);
+    std::u16string here;
+    DriveStatus status = splitWindowsName(text, name);
+    if (status != DriveStatus::ok) return status;
+    if (directory.empty()) return posixFrom(name, nullptr, posixPath);
+    status = fullWindowsName(directory, here);
     if (status != DriveStatus::ok) return status;
     if (!canEnter(here)) return DriveStatus::notAvailable;
-    return posixPathOf(full, posixPath);
+    return posixFrom(name, &here, posixPath);
 }
 
 unsigned attributesIn(const std::u16string& directory, const std::u16string& text) {
     WindowsName name;
-    std::u16string here, full, path;
-    if (nameIn(directory, text, name, here, full) != DriveStatus::ok || posixPathOf(full, path) != DriveStatus::ok)
+    std::u16string here, path;
+    if (splitWindowsName(text, name) != DriveStatus::ok) return kNoAttributes;
+    if (directory.empty())
+        return posixFrom(name, nullptr, path) == DriveStatus::ok ? fileKindAttributes(path) : kNoAttributes;
+    if (fullWindowsName(directory, here) != DriveStatus::ok || posixFrom(name, &here, path) != DriveStatus::ok)
         return kNoAttributes;
     if (!reachesBelow(name) && !canEnter(here)) return kNoAttributes;
     return fileKindAttributes(path);

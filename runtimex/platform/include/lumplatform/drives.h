@@ -55,7 +55,7 @@ DriveStatus fullWindowsName(const std::u16string& name, std::u16string& fullName
 
 // The calls below work as if `directory` (a Windows name; a relative one against the
 // current directory) were the current directory, as a change to it and back would, but
-// without changing it. `name` continues `directory` if relative, its volume if
+// without changing it; an empty `directory` stands for the current directory itself. `name` continues `directory` if relative, its volume if
 // root-relative, and `directory` if drive-relative on its drive, else that drive's root;
 // "." and ".." are folded by text as in fullWindowsName.
 

@@ -6,6 +6,7 @@
 #include "paths/ctyuipathnamehost.h"
 
 #include <cwctype>
+#include <string>
 
 namespace {
 
@@ -70,16 +71,26 @@ void CTyUiPathname::StripSpaces(KvString& text) {
 }
 
 bool CTyUiPathname::IsDeviceName(const KvString& text) const {
-    if (text.length() < 3) return false;
-    if (GetLastCharacter(text) == u':') return true;
-    int cut = text.findRev(m_separator);
-    if (cut < 0) cut = text.findRev(u':');
-    KvString last = text.mid(cut + 1);
-    int dot = last.findRev(u'.');
-    if (dot >= 0) last = last.left(dot);
-    last.makeUpper();
-    for (const char16_t* device : kDevices)
-        if (last == device) return true;
+    const char16_t* chars = text.kwszPtr();
+    int length = int(std::char_traits<char16_t>::length(chars));
+    if (length < 3) return false;
+    if (chars[length - 1] == u':') return true;
+    // The last component, behind the last separator or else the last colon, up to its
+    // last dot, compared without case.
+    int start = length, cut = -1;
+    while (start > 0 && chars[start - 1] != m_separator) --start;
+    if (start == 0)
+        for (int i = length - 1; i >= 0 && cut < 0; --i)
+            if (chars[i] == u':') cut = i;
+    if (start == 0) start = cut + 1;
+    int end = length;
+    while (end > start && chars[end - 1] != u'.') --end;
+    end = end > start ? end - 1 : length;
+    for (const char16_t* device : kDevices) {
+        int i = 0;
+        while (start + i < end && device[i] && std::towupper(wint_t(chars[start + i])) == wint_t(device[i])) ++i;
+        if (start + i == end && !device[i]) return true;
+    }
     return false;
 }
 
@@ -156,7 +167,8 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
 
     m_path = new KvString(work);
     GetAttributes(m_path, m_base, &m_type);
-    if (m_path->find(m_separator) >= 0 || KvString(text).find(u':') >= 0) m_hadPrefix = true;
+    if (m_path->find(m_separator) >= 0 || std::char_traits<char16_t>::find(text, std::char_traits<char16_t>::length(text), u':'))
+        m_hadPrefix = true;
     return PathOk;
 }
 
@@ -183,11 +195,13 @@ bool CTyUiPathname::ParseAndOSFind(const char16_t* name) {
 void CTyUiPathname::GetAttributes(const KvString* path, const KvString* base,
                                   path_type* type) const {
     *type = kNotFound;
-    KvString name = path->mid(path->findOneOfRev(u"\\:") + 1);
-    if (name.length() != 0 && name.findOneOf(u"*?") >= 0) {
-        *type = kWildcard;
-        return;
-    }
+    // A wildcard in the last component, behind the last separator or colon.
+    for (const char16_t* c = path->kwszPtr() + std::char_traits<char16_t>::length(path->kwszPtr());
+         c != path->kwszPtr() && c[-1] != u'\\' && c[-1] != u':'; --c)
+        if (c[-1] == u'*' || c[-1] == u'?') {
+            *type = kWildcard;
+            return;
+        }
     // As if the current directory were `base`: it must be one that can be entered.
     unsigned attributes = ctyuipathhost::AttributesIn(base, *path);
     if (attributes != lumplatform::kNoAttributes)

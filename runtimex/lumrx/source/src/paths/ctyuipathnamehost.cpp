@@ -21,19 +21,12 @@ bool FullName(const KvString& windowsName, KvString& fullName) {
 }
 
 bool PosixPathIn(const KvString* base, const KvString& windowsName, std::u16string& posixPath) {
-    using lumplatform::DriveStatus;
-    if (base && base->length() != 0)
-        return lumplatform::posixPathIn(Text(*base), Text(windowsName), posixPath) == DriveStatus::ok;
-    std::u16string full;
-    return lumplatform::fullWindowsName(Text(windowsName), full) == DriveStatus::ok &&
-           lumplatform::posixPathOf(full, posixPath) == DriveStatus::ok;
+    return lumplatform::posixPathIn(base ? Text(*base) : std::u16string(), Text(windowsName),
+                                    posixPath) == lumplatform::DriveStatus::ok;
 }
 
 unsigned AttributesIn(const KvString* base, const KvString& windowsName) {
-    if (base && base->length() != 0) return lumplatform::attributesIn(Text(*base), Text(windowsName));
-    std::u16string posix;
-    return PosixPathIn(nullptr, windowsName, posix) ? lumplatform::fileKindAttributes(posix)
-                                                    : lumplatform::kNoAttributes;
+    return lumplatform::attributesIn(base ? Text(*base) : std::u16string(), Text(windowsName));
 }
 
 bool SearchFile(const KvString& name, KvString& found) {

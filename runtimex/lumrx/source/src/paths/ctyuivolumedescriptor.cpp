@@ -159,12 +159,14 @@ bool CTyUiVolumeDescriptor::HasColonOnlyBehindDrive(const KvString& path) {
     return colon < 0 || (colon == 1 && std::iswalpha(wint_t(path.kwszPtr()[0])));
 }
 
+// One pass over the text: the sets are ASCII, so they fit a 128-bit mask, and the
+// control characters are its bits 1 to 31.
 bool CTyUiVolumeDescriptor::HasForbidden(const KvString& text, const char16_t* forbidden) {
-    for (const char16_t* p = text.kwszPtr(); *p; ++p) {
-        if (IsControl(*p)) return true;
-        for (const char16_t* f = forbidden; *f; ++f)
-            if (*p == *f) return true;
-    }
+    uint64_t mask[2] = {0xFFFFFFFEu, 0};
+    for (const char16_t* f = forbidden; *f; ++f)
+        if (*f < 128) mask[*f >> 6] |= uint64_t(1) << (*f & 63);
+    for (const char16_t* p = text.kwszPtr(); *p; ++p)
+        if (*p < 128 && (mask[*p >> 6] >> (*p & 63) & 1)) return true;
     return false;
 }
 
@@ -172,8 +174,9 @@ bool CTyUiVolumeDescriptor::IsValidPathWith(const KvString& path,
                                             const char16_t* forbidden) const {
     if (path.length() > m_maxPath || !HasColonOnlyBehindDrive(path)) return false;
     // The first character is left out so that a UNC name passes.
-    if (path.length() > 1 && KvString(path.kwszPtr() + 1).find(m_doubleSeparator) >= 0)
-        return false;
+    const char16_t* text = path.kwszPtr();
+    for (int i = 1; text[i] && text[i + 1]; ++i)
+        if (text[i] == m_doubleSeparator[0] && text[i + 1] == m_doubleSeparator[1]) return false;
     return !HasForbidden(path, forbidden);
 }
 
