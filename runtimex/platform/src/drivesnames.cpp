@@ -347,28 +347,62 @@ bool reachesBelow(const WindowsName& name) {
     return below;
 }
 
-// Whether the directory of a full name exists and may be searched, as a change to it
-// would need: the look-up of "." inside it asks both.
-bool canEnter(const std::u16string& fullName) {
-    std::u16string path;
-    if (posixPathOf(fullName, path) != DriveStatus::ok) return false;
-    unsigned kind = fileKindAttributes(path + u"/.");
-    return kind != kNoAttributes && (kind & kAttributeDirectory);
-}
-
-// The POSIX path of a split name, with `current` as the full name of the current
-// directory (null: the process's own). A drive or share name needs no base: it is
-// folded below its volume's directory straight away.
-DriveStatus posixFrom(const WindowsName& name, const std::u16string* current, std::u16string& posixPath) {
-    std::u16string full;
+// The POSIX path of a split name against the process's current directory. A drive or
+// share name needs no base: it is folded below its volume's directory straight away.
+DriveStatus posixFrom(const WindowsName& name, std::u16string& posixPath) {
     if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
         const std::u16string* directory = nullptr;
         DriveStatus status = directoryOfVolume(name, directory);
         if (status == DriveStatus::ok) appendBelow(*directory, name.rest, posixPath);
         return status;
     }
-    DriveStatus status = fullNameFrom(name, current, full);
+    std::u16string full;
+    DriveStatus status = fullNameFrom(name, nullptr, full);
     return status == DriveStatus::ok ? posixPathOf(full, posixPath) : status;
+}
+
+// The current directory that a call "in `directory`" works in, split: `directory`
+// itself if it names its drive or share, else its full name.
+DriveStatus splitDirectory(const std::u16string& directory, WindowsName& here) {
+    DriveStatus status = splitWindowsName(directory, here);
+    if (status != DriveStatus::ok || here.form == WindowsName::drive || here.form == WindowsName::unc)
+        return status;
+    std::u16string full;
+    status = fullWindowsName(directory, full);
+    return status == DriveStatus::ok ? splitWindowsName(full, here) : status;
+}
+
+// The POSIX path of a name taken in the split directory `here`: the volume's directory,
+// then `here`'s own components for a relative name, then the name's, folded together
+// and never above the volume's directory. A drive-relative name goes by its full name.
+DriveStatus posixIn(const WindowsName& here, const WindowsName& name, std::u16string& posixPath) {
+    if (name.form == WindowsName::driveRelative) {
+        std::u16string current = volumePrefix(here) + here.rest, full;
+        DriveStatus status = fullNameFrom(name, &current, full);
+        return status == DriveStatus::ok ? posixPathOf(full, posixPath) : status;
+    }
+    const WindowsName& volume = name.form == WindowsName::drive || name.form == WindowsName::unc ? name : here;
+    const std::u16string* directory = nullptr;
+    DriveStatus status = directoryOfVolume(volume, directory);
+    if (status != DriveStatus::ok) return status;
+    std::u16string path = *directory == u"/" ? u"" : *directory;
+    size_t floor = path.size();
+    if (name.form == WindowsName::relative) appendFolded(path, floor, here.rest, kSeparator, u'/');
+    appendFolded(path, floor, name.rest, kSeparator, u'/');
+    posixPath = path.empty() ? u"/" : std::move(path);
+    return DriveStatus::ok;
+}
+
+// Whether the split directory exists and may be searched, as a change to it would
+// need: the look-up of "." inside it asks both.
+bool canEnter(const WindowsName& here) {
+    WindowsName dot;
+    dot.form = WindowsName::relative;
+    dot.rest = u".";
+    std::u16string path;
+    if (posixIn(here, dot, path) != DriveStatus::ok) return false;
+    unsigned kind = fileKindAttributes(path + u"/.");
+    return kind != kNoAttributes && (kind & kAttributeDirectory);
 }
 
 }  // namespace
@@ -439,24 +473,23 @@ DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName
 }
 
 DriveStatus posixPathIn(const std::u16string& directory, const std::u16string& text, std::u16string& posixPath) {
-    WindowsName name;
-    std::u16string here;
+    WindowsName name, here;
     DriveStatus status = splitWindowsName(text, name);
     if (status != DriveStatus::ok) return status;
-    if (directory.empty()) return posixFrom(name, nullptr, posixPath);
-    status = fullWindowsName(directory, here);
+    if (directory.empty()) return posixFrom(name, posixPath);
+    status = splitDirectory(directory, here);
     if (status != DriveStatus::ok) return status;
     if (!canEnter(here)) return DriveStatus::notAvailable;
-    return posixFrom(name, &here, posixPath);
+    return posixIn(here, name, posixPath);
 }
 
 unsigned attributesIn(const std::u16string& directory, const std::u16string& text) {
-    WindowsName name;
-    std::u16string here, path;
+    WindowsName name, here;
+    std::u16string path;
     if (splitWindowsName(text, name) != DriveStatus::ok) return kNoAttributes;
     if (directory.empty())
-        return posixFrom(name, nullptr, path) == DriveStatus::ok ? fileKindAttributes(path) : kNoAttributes;
-    if (fullWindowsName(directory, here) != DriveStatus::ok || posixFrom(name, &here, path) != DriveStatus::ok)
+        return posixFrom(name, path) == DriveStatus::ok ? fileKindAttributes(path) : kNoAttributes;
+    if (splitDirectory(directory, here) != DriveStatus::ok || posixIn(here, name, path) != DriveStatus::ok)
         return kNoAttributes;
     if (!reachesBelow(name) && !canEnter(here)) return kNoAttributes;
     return fileKindAttributes(path);

@@ -256,7 +256,7 @@ private:
     static void StripSpaces(KvString& text);
     void GetAttributes(const KvString* path, const KvString* base, path_type* type) const;
     PathErr FailParse();
-    bool FindVolume(const KvString& work);
+    bool FindVolume(const std::u16string& work);
     void ComposeFullText(KvString& out) const;
     bool StoredTextIsValid() const;
     bool FullPathIsValid() const;

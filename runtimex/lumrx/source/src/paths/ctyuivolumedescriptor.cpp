@@ -11,8 +11,6 @@ namespace {
 
 std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
 
-bool IsControl(char16_t c) { return c >= 1 && c <= 31; }
-
 // The classification of a file-system name, upper-cased, by its maximum component
 // length where FAT or an unlisted name leaves it open.
 FS_TYPE Classify(const KvString& fileSystemName, unsigned maxComponent) {
