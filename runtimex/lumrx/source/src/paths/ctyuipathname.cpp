@@ -176,9 +176,12 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
     if (m_category == kRootRelative) {
         m_base = new KvString(*base->m_volume->GetVolumeName());
     } else if (m_category == kRelative) {
-        KvString full;
-        base->GetFullPath(full);
-        if (full.length() != 0) m_base = new KvString(full);
+        m_base = new KvString;
+        base->GetFullPath(*m_base);
+        if (m_base->length() == 0) {
+            delete m_base;
+            m_base = nullptr;
+        }
     }
     bool valid;
     if (m_base) {

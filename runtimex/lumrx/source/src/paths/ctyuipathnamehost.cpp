@@ -12,12 +12,8 @@ std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
 
 }  // namespace
 
-bool FullName(const KvString& windowsName, KvString& fullName) {
-    std::u16string full;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok)
-        return false;
-    fullName = full.c_str();
-    return true;
+bool FullName(const KvString& windowsName, std::u16string& fullName) {
+    return lumplatform::fullWindowsName(Text(windowsName), fullName) == lumplatform::DriveStatus::ok;
 }
 
 bool PosixPathIn(const KvString* base, const KvString& windowsName, std::u16string& posixPath) {

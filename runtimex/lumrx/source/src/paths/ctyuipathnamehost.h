@@ -14,7 +14,7 @@ namespace ctyuipathhost {
 // entered. The current directory is never changed.
 unsigned AttributesIn(const KvString* base, const KvString& windowsName);
 // The absolute form of a Windows name; false if the drive layer refuses it.
-bool FullName(const KvString& windowsName, KvString& fullName);
+bool FullName(const KvString& windowsName, std::u16string& fullName);
 // The network name `\\server\share\rest` of a Windows name; false off the shares.
 bool NetworkName(const KvString& windowsName, KvString& networkName);
 bool CurrentDirectory(KvString& name);
