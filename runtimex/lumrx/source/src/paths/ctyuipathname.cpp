@@ -30,6 +30,7 @@ bool IsDeviceText(const char16_t* chars, int length, char16_t separator) {
     int end = length;
     while (end > start && chars[end - 1] != u'.') --end;
     end = end > start ? end - 1 : length;
+    if (end - start != 3 && end - start != 4) return false;  // the length of every device name
     for (const char16_t* device : kDevices) {
         int i = 0;
         while (start + i < end && device[i] && std::towupper(wint_t(chars[start + i])) == wint_t(device[i])) ++i;
