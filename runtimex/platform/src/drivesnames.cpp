@@ -286,14 +286,9 @@ std::u16string volumePrefix(const WindowsName& name) {
     return std::u16string{name.letter, u':'};
 }
 
-// The absolute name that `name` continues: its own volume, or for the relative forms
-// the current directory or its volume. `current` is the current directory's full name,
-// or null to ask the process for it.
+// The absolute name that a relative form continues: the current directory or its
+// volume. `current` is the current directory's full name, or null to ask the process.
 DriveStatus baseOf(const WindowsName& name, const std::u16string* current, std::u16string& base) {
-    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
-        base = volumePrefix(name);
-        return DriveStatus::ok;
-    }
     std::u16string asked;
     DriveStatus status = DriveStatus::ok;
     if (!current) {
@@ -315,14 +310,21 @@ DriveStatus baseOf(const WindowsName& name, const std::u16string* current, std::
 
 // fullWindowsName with `current` standing for the current directory, as in baseOf.
 DriveStatus fullNameFrom(const WindowsName& name, const std::u16string* current, std::u16string& fullName) {
-    std::u16string base;
-    DriveStatus status = baseOf(name, current, base);
-    if (status != DriveStatus::ok) return status;
-    WindowsName absolute;
-    splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
-    std::u16string out = volumePrefix(absolute);
-    size_t root = out.size();
-    appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
+    std::u16string out;
+    size_t root;
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        out = volumePrefix(name);  // its own volume is all of its base
+        root = out.size();
+    } else {
+        std::u16string base;
+        DriveStatus status = baseOf(name, current, base);
+        if (status != DriveStatus::ok) return status;
+        WindowsName absolute;
+        splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
+        out = volumePrefix(absolute);
+        root = out.size();
+        appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
+    }
     appendFolded(out, root, name.rest, kSeparator, kSeparator);
     bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
     if (out.size() == root || trailing) out += kSeparator;
