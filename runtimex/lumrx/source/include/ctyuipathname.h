@@ -247,6 +247,8 @@ protected:
     static void Unquote(KvString& text);
     bool IsDeviceName(const KvString& text) const;
     static const CTyUiVolumeDescriptor* FindVolumeDescriptor(const KvString& name);
+    // The same for the `length` units at `name`, which needn't end there.
+    static const CTyUiVolumeDescriptor* FindVolumeDescriptor(const char16_t* name, size_t length);
     static const CTyUiVolumeDescriptor* NewVolDescriptor(const KvString& name);
     static FS_TYPE GetFileSystem(KvString& root);
     // The classification step of GetFileSystem, on a file-system name as reported.

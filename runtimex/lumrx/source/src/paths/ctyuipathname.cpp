@@ -205,13 +205,13 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
 // Finds the volume of a drive or UNC name; false for a UNC name without a share.
 bool CTyUiPathname::FindVolume(const std::u16string& work) {
     if (m_category == kDrive) {
-        m_volume = FindVolumeDescriptor(KvString(work.substr(0, 2).c_str()));
+        m_volume = FindVolumeDescriptor(work.c_str(), 2);
         return true;
     }
     size_t first = work.find(m_separator, 2);
     if (first == std::u16string::npos || first == work.size() - 1) return false;
     size_t second = work.find(m_separator, first + 1);
-    m_volume = FindVolumeDescriptor(KvString(work.substr(0, second).c_str()));
+    m_volume = FindVolumeDescriptor(work.c_str(), second == std::u16string::npos ? work.size() : second);
     return true;
 }
 

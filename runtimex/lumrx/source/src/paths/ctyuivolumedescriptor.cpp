@@ -6,6 +6,7 @@
 #include "lumplatform/drives.h"
 
 #include <cwctype>
+#include <string>
 
 namespace {
 
@@ -35,10 +36,12 @@ public:
         for (LUM_POSITION pos = m_list.GetHeadPosition(); pos;)
             delete static_cast<CTyUiVolumeDescriptor*>(m_list.GetNext(pos));
     }
-    const CTyUiVolumeDescriptor* Find(const KvString& name) const {
+    // The descriptor whose name is exactly the `length` units at `name`, case included.
+    const CTyUiVolumeDescriptor* Find(const char16_t* name, size_t length) const {
         for (LUM_POSITION pos = m_list.GetHeadPosition(); pos;) {
             auto* d = static_cast<const CTyUiVolumeDescriptor*>(m_list.GetNext(pos));
-            if (name.compare(*d->GetVolumeName()) == 0) return d;
+            const char16_t* known = d->GetVolumeName()->kwszPtr();
+            if (std::char_traits<char16_t>::compare(known, name, length) == 0 && !known[length]) return d;
         }
         return nullptr;
     }
@@ -270,9 +273,13 @@ FS_TYPE CTyUiPathname::GetFileSystem(KvString& root) {
 }
 
 const CTyUiVolumeDescriptor* CTyUiPathname::FindVolumeDescriptor(const KvString& name) {
-    if (name.length() == 0) return nullptr;
-    if (const CTyUiVolumeDescriptor* known = gVolumeDescriptors.Find(name)) return known;
-    return NewVolDescriptor(name);
+    return FindVolumeDescriptor(name.kwszPtr(), std::char_traits<char16_t>::length(name.kwszPtr()));
+}
+
+const CTyUiVolumeDescriptor* CTyUiPathname::FindVolumeDescriptor(const char16_t* name, size_t length) {
+    if (length == 0) return nullptr;
+    if (const CTyUiVolumeDescriptor* known = gVolumeDescriptors.Find(name, length)) return known;
+    return NewVolDescriptor(KvString(std::u16string(name, length).c_str()));
 }
 
 const CTyUiVolumeDescriptor* CTyUiPathname::NewVolDescriptor(const KvString& name) {
