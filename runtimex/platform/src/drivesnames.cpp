@@ -387,7 +387,9 @@ DriveStatus posixIn(const WindowsName& here, const WindowsName& name, std::u16st
     const std::u16string* directory = nullptr;
     DriveStatus status = directoryOfVolume(volume, directory);
     if (status != DriveStatus::ok) return status;
-    std::u16string path = *directory == u"/" ? u"" : *directory;
+    std::u16string path;
+    path.reserve(directory->size() + here.rest.size() + name.rest.size() + 2);
+    if (*directory != u"/") path = *directory;
     size_t floor = path.size();
     if (name.form == WindowsName::relative) appendFolded(path, floor, here.rest, kSeparator, u'/');
     appendFolded(path, floor, name.rest, kSeparator, u'/');
