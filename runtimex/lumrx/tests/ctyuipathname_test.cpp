@@ -509,4 +509,31 @@ TEST_F(PathnameTest, EditsKeepTheStoredTextWithinTheLimit) {
     EXPECT_EQ(Str(rel.GetPathString()), u"sub.d\\file.txt");
 }
 
+TEST_F(PathnameTest, ProbeOfARelativeNameTakesItInItsBase) {
+    // A root-relative name on a share is below the share, also when a drive reaches the
+    // share's folder by another name.
+    setenv("LUMRX_SHARES", ("srv/share=" + (m_dir / "sub.d").string()).c_str(), 1);
+    CTyUiPathname share = Parsed(u"\\\\srv\\share\\"), rel;
+    ASSERT_EQ(rel.ParseRelative(u"\\file.txt", &share), PathOk);
+    EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kFile);
+    ASSERT_EQ(rel.ParseRelative(u"file.txt", &share), PathOk);
+    EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kFile);
+
+    // The base must be a folder that can be entered, even where ".." climbs out of it.
+    CTyUiPathname missing = Parsed(u"T:\\missing\\"), file = Parsed(u"T:\\sub.d\\file.txt");
+    CTyUiPathname folder = Parsed(u"T:\\sub.d\\");
+    for (const char16_t* name : {u"..\\sub.d", u".", u"..", u"x\\..\\..\\sub.d"}) {
+        ASSERT_EQ(rel.ParseRelative(name, &missing), PathOk) << U8(name);
+        EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kNotFound) << U8(name);
+        ASSERT_EQ(rel.ParseRelative(name, &file), PathOk) << U8(name);
+        EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kNotFound) << U8(name);
+        ASSERT_EQ(rel.ParseRelative(name, &folder), PathOk) << U8(name);
+        EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kDirectory) << U8(name);
+    }
+    ASSERT_EQ(rel.ParseRelative(u"file.txt", &folder), PathOk);
+    EXPECT_EQ(rel.GetPathType(), CTyUiPathname::kFile);
+    EXPECT_TRUE(rel.Exists());
+    EXPECT_EQ(fs::current_path(), m_savedDirectory);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 // current directory in drive form, mount tables, volumes and their room. Every test maps
 // the letter T to a fresh temporary directory through LUMRX_DRIVES.
 #include "lumplatform/drives.h"
+#include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
 #include <gtest/gtest.h>
@@ -294,6 +295,34 @@ TEST_F(Drives, DescribesTheRealVolumeAndItsRoom) {
               std::uint64_t(1) << 30);
     EXPECT_EQ(diskSpace(u"Q:", space), DriveStatus::notMapped);
     EXPECT_EQ(clusterSpace(u"T:\\sub", clusters), DriveStatus::badName);
+}
+
+TEST_F(Drives, NamesTakenInADirectoryWithoutEnteringIt) {
+    std::ofstream(root / "sub" / "f.txt") << "x";
+    std::ofstream(root / "top.txt") << "x";
+    setenv("LUMRX_SHARES", ("srv/share=" + (root / "sub").string()).c_str(), 1);
+    std::u16string path;
+    ASSERT_EQ(posixPathIn(u"T:\\sub", u"f.txt", path), DriveStatus::ok);
+    EXPECT_EQ(path, at("sub/f.txt"));
+    ASSERT_EQ(posixPathIn(u"T:\\sub\\", u"..\\..\\..\\top.txt", path), DriveStatus::ok);
+    EXPECT_EQ(path, at("top.txt"));  // ".." stops at the drive's folder
+    ASSERT_EQ(posixPathIn(u"\\\\srv\\share", u"\\f.txt", path), DriveStatus::ok);
+    EXPECT_EQ(path, at("sub/f.txt"));  // the share's root, not the drive's
+    ASSERT_EQ(posixPathIn(u"T:\\sub", u"T:f.txt", path), DriveStatus::ok);
+    EXPECT_EQ(path, at("sub/f.txt"));  // drive-relative on the directory's own drive
+    ASSERT_EQ(posixPathIn(u"\\\\srv\\share", u"T:top.txt", path), DriveStatus::ok);
+    EXPECT_EQ(path, at("top.txt"));  // on another drive: that drive's root
+    EXPECT_EQ(posixPathIn(u"T:\\missing", u"x", path), DriveStatus::notAvailable);
+    EXPECT_EQ(posixPathIn(u"T:\\top.txt", u"x", path), DriveStatus::notAvailable);
+
+    EXPECT_EQ(attributesIn(u"T:\\sub", u"f.txt"), kAttributeNormal);
+    EXPECT_EQ(attributesIn(u"T:\\sub", u"."), kAttributeDirectory);
+    EXPECT_EQ(attributesIn(u"T:\\missing", u"..\\top.txt"), kNoAttributes);
+    EXPECT_EQ(attributesIn(u"T:\\top.txt", u"."), kNoAttributes);
+    EXPECT_EQ(attributesIn(u"T:\\missing", u"T:\\top.txt"), kNoAttributes);
+    EXPECT_EQ(attributesIn(u"", u"T:\\top.txt"), kAttributeNormal);
+    EXPECT_EQ(attributesIn(u"T:\\sub", u"a<\tb"), kNoAttributes);
+    EXPECT_EQ(fs::current_path(), home);
 }
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
@@ -285,26 +286,127 @@ std::u16string volumePrefix(const WindowsName& name) {
     return std::u16string{name.letter, u':'};
 }
 
-// The absolute name that `name` continues: its own volume, or the current directory or
-// its volume for the relative forms.
-DriveStatus baseOf(const WindowsName& name, std::u16string& base) {
-    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
-        base = volumePrefix(name);
-        return DriveStatus::ok;
+// The absolute name that a relative form continues: the current directory or its
+// volume. `current` is the current directory's full name, or null to ask the process.
+DriveStatus baseOf(const WindowsName& name, const std::u16string* current, std::u16string& base) {
+    std::u16string asked;
+    DriveStatus status = DriveStatus::ok;
+    if (!current) {
+        status = currentDirectoryName(asked);
+        current = &asked;
     }
-    std::u16string current;
     WindowsName here;
-    DriveStatus status = currentDirectoryName(current);
-    if (status == DriveStatus::ok) splitWindowsName(current, here);  // cannot fail: made by windowsNameOf
+    if (status == DriveStatus::ok) splitWindowsName(*current, here);  // cannot fail: a full name
     if (name.form == WindowsName::driveRelative) {
         // On another drive than the current one: its root, as no directory is kept per drive.
         bool sameDrive = status == DriveStatus::ok && here.form == WindowsName::drive && here.letter == name.letter;
-        base = sameDrive ? current : std::u16string{name.letter, u':'};
+        base = sameDrive ? *current : std::u16string{name.letter, u':'};
         return DriveStatus::ok;
     }
     if (status != DriveStatus::ok) return status;
-    base = name.form == WindowsName::rootRelative ? volumePrefix(here) : current;
+    base = name.form == WindowsName::rootRelative ? volumePrefix(here) : *current;
     return DriveStatus::ok;
+}
+
+// fullWindowsName with `current` standing for the current directory, as in baseOf.
+DriveStatus fullNameFrom(const WindowsName& name, const std::u16string* current, std::u16string& fullName) {
+    std::u16string out;
+    size_t root;
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        out = volumePrefix(name);  // its own volume is all of its base
+        root = out.size();
+    } else {
+        std::u16string base;
+        DriveStatus status = baseOf(name, current, base);
+        if (status != DriveStatus::ok) return status;
+        WindowsName absolute;
+        splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
+        out = volumePrefix(absolute);
+        root = out.size();
+        appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
+    }
+    appendFolded(out, root, name.rest, kSeparator, kSeparator);
+    bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
+    if (out.size() == root || trailing) out += kSeparator;
+    if (out.size() > kLongestName) return DriveStatus::nameTooLong;
+    fullName = std::move(out);
+    return DriveStatus::ok;
+}
+
+// Whether a name, taken against a directory, reaches a file below it (or below its
+// volume's root) through components of its own and never climbs: then the file's own
+// look-up can't succeed unless the directory can be entered.
+bool reachesBelow(const WindowsName& name) {
+    if (name.form != WindowsName::relative && name.form != WindowsName::rootRelative) return false;
+    bool below = false;
+    for (size_t i = 0; i <= name.rest.size();) {
+        size_t j = std::min(name.rest.find(kSeparator, i), name.rest.size());
+        std::u16string_view part = std::u16string_view(name.rest).substr(i, j - i);
+        if (part == u"..") return false;
+        below = below || (!part.empty() && part != u".");
+        i = j + 1;
+    }
+    return below;
+}
+
+// The POSIX path of a split name against the process's current directory. A drive or
+// share name needs no base: it is folded below its volume's directory straight away.
+DriveStatus posixFrom(const WindowsName& name, std::u16string& posixPath) {
+    if (name.form == WindowsName::drive || name.form == WindowsName::unc) {
+        const std::u16string* directory = nullptr;
+        DriveStatus status = directoryOfVolume(name, directory);
+        if (status == DriveStatus::ok) appendBelow(*directory, name.rest, posixPath);
+        return status;
+    }
+    std::u16string full;
+    DriveStatus status = fullNameFrom(name, nullptr, full);
+    return status == DriveStatus::ok ? posixPathOf(full, posixPath) : status;
+}
+
+// The current directory that a call "in `directory`" works in, split: `directory`
+// itself if it names its drive or share, else its full name.
+DriveStatus splitDirectory(const std::u16string& directory, WindowsName& here) {
+    DriveStatus status = splitWindowsName(directory, here);
+    if (status != DriveStatus::ok || here.form == WindowsName::drive || here.form == WindowsName::unc)
+        return status;
+    std::u16string full;
+    status = fullWindowsName(directory, full);
+    return status == DriveStatus::ok ? splitWindowsName(full, here) : status;
+}
+
+// The POSIX path of a name taken in the split directory `here`: the volume's directory,
+// then `here`'s own components for a relative name, then the name's, folded together
+// and never above the volume's directory. A drive-relative name goes by its full name.
+DriveStatus posixIn(const WindowsName& here, const WindowsName& name, std::u16string& posixPath) {
+    if (name.form == WindowsName::driveRelative) {
+        std::u16string current = volumePrefix(here) + here.rest, full;
+        DriveStatus status = fullNameFrom(name, &current, full);
+        return status == DriveStatus::ok ? posixPathOf(full, posixPath) : status;
+    }
+    const WindowsName& volume = name.form == WindowsName::drive || name.form == WindowsName::unc ? name : here;
+    const std::u16string* directory = nullptr;
+    DriveStatus status = directoryOfVolume(volume, directory);
+    if (status != DriveStatus::ok) return status;
+    std::u16string path;
+    path.reserve(directory->size() + here.rest.size() + name.rest.size() + 2);
+    if (*directory != u"/") path = *directory;
+    size_t floor = path.size();
+    if (name.form == WindowsName::relative) appendFolded(path, floor, here.rest, kSeparator, u'/');
+    appendFolded(path, floor, name.rest, kSeparator, u'/');
+    posixPath = path.empty() ? u"/" : std::move(path);
+    return DriveStatus::ok;
+}
+
+// Whether the split directory exists and may be searched, as a change to it would
+// need: the look-up of "." inside it asks both.
+bool canEnter(const WindowsName& here) {
+    WindowsName dot;
+    dot.form = WindowsName::relative;
+    dot.rest = u".";
+    std::u16string path;
+    if (posixIn(here, dot, path) != DriveStatus::ok) return false;
+    unsigned kind = fileKindAttributes(path + u"/.");
+    return kind != kNoAttributes && (kind & kAttributeDirectory);
 }
 
 }  // namespace
@@ -371,21 +473,30 @@ DriveStatus windowsNameOf(const std::u16string& posixPath, std::u16string& windo
 DriveStatus fullWindowsName(const std::u16string& text, std::u16string& fullName) {
     WindowsName name;
     DriveStatus status = splitWindowsName(text, name);
+    return status == DriveStatus::ok ? fullNameFrom(name, nullptr, fullName) : status;
+}
+
+DriveStatus posixPathIn(const std::u16string& directory, const std::u16string& text, std::u16string& posixPath) {
+    WindowsName name, here;
+    DriveStatus status = splitWindowsName(text, name);
     if (status != DriveStatus::ok) return status;
-    std::u16string base;
-    status = baseOf(name, base);
+    if (directory.empty()) return posixFrom(name, posixPath);
+    status = splitDirectory(directory, here);
     if (status != DriveStatus::ok) return status;
-    WindowsName absolute;
-    splitWindowsName(base, absolute);  // cannot fail: `base` is a volume prefix or a full name
-    std::u16string out = volumePrefix(absolute);
-    size_t root = out.size();
-    appendFolded(out, root, absolute.rest, kSeparator, kSeparator);
-    appendFolded(out, root, name.rest, kSeparator, kSeparator);
-    bool trailing = !name.rest.empty() && name.rest.back() == kSeparator;
-    if (out.size() == root || trailing) out += kSeparator;
-    if (out.size() > kLongestName) return DriveStatus::nameTooLong;
-    fullName = std::move(out);
-    return DriveStatus::ok;
+    if (!canEnter(here)) return DriveStatus::notAvailable;
+    return posixIn(here, name, posixPath);
+}
+
+unsigned attributesIn(const std::u16string& directory, const std::u16string& text) {
+    WindowsName name, here;
+    std::u16string path;
+    if (splitWindowsName(text, name) != DriveStatus::ok) return kNoAttributes;
+    if (directory.empty())
+        return posixFrom(name, path) == DriveStatus::ok ? fileKindAttributes(path) : kNoAttributes;
+    if (splitDirectory(directory, here) != DriveStatus::ok || posixIn(here, name, path) != DriveStatus::ok)
+        return kNoAttributes;
+    if (!reachesBelow(name) && !canEnter(here)) return kNoAttributes;
+    return fileKindAttributes(path);
 }
 
 DriveStatus currentDirectoryName(std::u16string& name) {

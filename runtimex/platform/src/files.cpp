@@ -33,6 +33,22 @@ unsigned fileAttributes(const std::u16string& path) {
     return attrs ? attrs : kAttributeNormal;
 }
 
+// The UTF-8 bytes of a path, copied straight while it is ASCII, as most paths are.
+static std::string pathBytes(const std::u16string& path) {
+    std::string bytes(path.size(), '\0');
+    for (size_t i = 0; i < path.size(); ++i) {
+        if (path[i] >= 0x80) return toUtf8(path);
+        bytes[i] = char(path[i]);
+    }
+    return bytes;
+}
+
+unsigned fileKindAttributes(const std::u16string& path) {
+    struct stat st;
+    if (path.empty() || stat(pathBytes(path).c_str(), &st) != 0) return kNoAttributes;
+    return S_ISDIR(st.st_mode) ? kAttributeDirectory : kAttributeNormal;
+}
+
 // Folds "." and ".." and repeated separators of an absolute path, lexically.
 static std::string normalise(const std::string& absolute) {
     std::vector<std::string> parts;

@@ -13,9 +13,9 @@
 // longer than the volume's path limit (259 for a device), and an edit never leaves an
 // empty component in it.
 //
-// No lock anywhere: parsing, probing, Rename and Remove may change the process's
-// current directory for the length of the call, and the descriptor list grows on
-// the first parse that meets a volume.
+// A relative name is probed, renamed and removed as if the current directory were its
+// base, without changing the current directory. No lock anywhere: the descriptor list
+// grows on the first parse that meets a volume.
 #pragma once
 
 #include "kvstring.h"
@@ -247,6 +247,8 @@ protected:
     static void Unquote(KvString& text);
     bool IsDeviceName(const KvString& text) const;
     static const CTyUiVolumeDescriptor* FindVolumeDescriptor(const KvString& name);
+    // The same for the `length` units at `name`, which needn't end there.
+    static const CTyUiVolumeDescriptor* FindVolumeDescriptor(const char16_t* name, size_t length);
     static const CTyUiVolumeDescriptor* NewVolDescriptor(const KvString& name);
     static FS_TYPE GetFileSystem(KvString& root);
     // The classification step of GetFileSystem, on a file-system name as reported.
@@ -256,7 +258,7 @@ private:
     static void StripSpaces(KvString& text);
     void GetAttributes(const KvString* path, const KvString* base, path_type* type) const;
     PathErr FailParse();
-    bool FindVolume(const KvString& work);
+    bool FindVolume(const std::u16string& work);
     void ComposeFullText(KvString& out) const;
     bool StoredTextIsValid() const;
     bool FullPathIsValid() const;

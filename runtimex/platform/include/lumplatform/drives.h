@@ -53,6 +53,19 @@ DriveStatus windowsNameOf(const std::u16string& posixPath, std::u16string& windo
 // worked out by text alone, so an unmapped drive is no failure here.
 DriveStatus fullWindowsName(const std::u16string& name, std::u16string& fullName);
 
+// The calls below work as if `directory` (a Windows name; a relative one against the
+// current directory) were the current directory, as a change to it and back would, but
+// without changing it; an empty `directory` stands for the current directory itself. `name` continues `directory` if relative, its volume if
+// root-relative, and `directory` if drive-relative on its drive, else that drive's root;
+// "." and ".." are folded by text as in fullWindowsName.
+
+// The POSIX path of `name`; notAvailable if `directory` can't be entered.
+DriveStatus posixPathIn(const std::u16string& directory, const std::u16string& name, std::u16string& posixPath);
+// The attribute word of the file `name` (the directory bit or normal, as
+// fileKindAttributes gives it); kNoAttributes if `directory` can't be entered or the
+// file can't be asked.
+unsigned attributesIn(const std::u16string& directory, const std::u16string& name);
+
 // The current directory of the process in drive form, e.g. `Z:\home\ana`.
 DriveStatus currentDirectoryName(std::u16string& name);
 // Changes the current directory to a Windows name, relative names included.

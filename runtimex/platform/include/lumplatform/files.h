@@ -19,6 +19,9 @@ bool setCurrentDirectory(const std::u16string& path);
 // The attribute word of a file: directory bit, read-only bit (not writable by this
 // process) or normal; kNoAttributes if the file can't be asked.
 unsigned fileAttributes(const std::u16string& path);
+// The attribute word of a file by a single look-up: the directory bit or normal, without
+// the read-only bit; kNoAttributes if the file can't be asked.
+unsigned fileKindAttributes(const std::u16string& path);
 // The absolute, normal form of `path`: relative to the current directory, "." and ".."
 // resolved and repeated separators folded; symbolic links are followed for the part of
 // the path that exists, so one file gives one text. Empty on failure.

@@ -6,6 +6,7 @@
 #include "paths/ctyuipathnamehost.h"
 
 #include <cwctype>
+#include <string>
 
 namespace {
 
@@ -13,6 +14,30 @@ constexpr int kLongestDeviceText = 259;
 
 const char16_t* const kDevices[] = {u"COM1", u"COM2", u"COM3", u"COM4",
                                     u"LPT1", u"LPT2", u"LPT3", u"AUX"};
+
+// IsDeviceName on a text of `length` units.
+bool IsDeviceText(const char16_t* chars, int length, char16_t separator) {
+    if (length < 3) return false;
+    if (chars[length - 1] == u':') return true;
+    // The last component, behind the last separator or else the last colon, up to its
+    // last dot, compared without case.
+    int start = length, cut = -1;
+    while (start > 0 && chars[start - 1] != separator) --start;
+    if (start == 0)
+        for (int i = length - 1; i >= 0 && cut < 0; --i)
+            if (chars[i] == u':') cut = i;
+    if (start == 0) start = cut + 1;
+    int end = length;
+    while (end > start && chars[end - 1] != u'.') --end;
+    end = end > start ? end - 1 : length;
+    if (end - start != 3 && end - start != 4) return false;  // the length of every device name
+    for (const char16_t* device : kDevices) {
+        int i = 0;
+        while (start + i < end && device[i] && std::towupper(wint_t(chars[start + i])) == wint_t(device[i])) ++i;
+        if (start + i == end && !device[i]) return true;
+    }
+    return false;
+}
 
 }  // namespace
 
@@ -70,17 +95,8 @@ void CTyUiPathname::StripSpaces(KvString& text) {
 }
 
 bool CTyUiPathname::IsDeviceName(const KvString& text) const {
-    if (text.length() < 3) return false;
-    if (GetLastCharacter(text) == u':') return true;
-    int cut = text.findRev(m_separator);
-    if (cut < 0) cut = text.findRev(u':');
-    KvString last = text.mid(cut + 1);
-    int dot = last.findRev(u'.');
-    if (dot >= 0) last = last.left(dot);
-    last.makeUpper();
-    for (const char16_t* device : kDevices)
-        if (last == device) return true;
-    return false;
+    const char16_t* chars = text.kwszPtr();
+    return IsDeviceText(chars, int(std::char_traits<char16_t>::length(chars)), m_separator);
 }
 
 PathErr CTyUiPathname::FailParse() {
@@ -101,34 +117,50 @@ PathErr CTyUiPathname::Parse(const char16_t* text, bool wildcardsAllowed) {
     return ParseRelative(text, &base, wildcardsAllowed);
 }
 
+// The text without surrounding quotes and blanks, as Unquote and then StripSpaces leave it.
+static void UnquoteAndStrip(std::u16string& work) {
+    auto strip = [](std::u16string& text) {
+        size_t first = text.find_first_not_of(u' ');
+        if (first == std::u16string::npos) return text.clear();
+        text.erase(text.find_last_not_of(u' ') + 1);
+        text.erase(0, first);
+    };
+    strip(work);
+    if (work.size() >= 2 && work.front() == u'"' && work.back() == u'"') {
+        work = work.substr(1, work.size() - 2);
+        strip(work);
+    }
+}
+
 PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* base,
                                      bool wildcardsAllowed) {
     if (!text) return FailParse();
-    KvString work(text);
+    std::u16string work(text);
     Empty();
-    Unquote(work);
-    StripSpaces(work);
-    if (work.find(u':') != work.findRev(u':') || work.length() == 0) return FailParse();
-    if (IsDeviceName(work)) {
+    UnquoteAndStrip(work);
+    size_t colon = work.find(u':');
+    if (work.empty() || (colon != std::u16string::npos && work.find(u':', colon + 1) != std::u16string::npos))
+        return FailParse();
+    if (IsDeviceText(work.c_str(), int(work.size()), m_separator)) {
         // A device has no volume to set its limit: it is held to that of a path.
-        if (work.length() > kLongestDeviceText) return FailParse();
-        work.makeUpper();
-        m_path = new KvString(work);
+        if (work.size() > size_t(kLongestDeviceText)) return FailParse();
+        m_path = new KvString(work.c_str());
+        m_path->makeUpper();
         m_type = kDevice;
         return PathOk;
     }
-    work.replace(u'/', m_separator);
-    const char16_t* chars = work.kwszPtr();
-    char16_t c0 = chars[0], c1 = chars[1];
+    for (char16_t& c : work)
+        if (c == u'/') c = m_separator;
+    char16_t c0 = work[0], c1 = work.size() > 1 ? work[1] : 0;
     if (c0 == m_separator) {
         m_category = c1 == m_separator ? kUNC : kRootRelative;
     } else if (c1 == u':' && std::iswalpha(wint_t(c0))) {
         m_category = kDrive;
-        work.setAt(0, char16_t(std::towupper(wint_t(c0))));
+        work[0] = char16_t(std::towupper(wint_t(c0)));
     } else {
         m_category = kRelative;
     }
-    if (m_category != kDrive && work.find(u':') >= 0) return FailParse();
+    if (m_category != kDrive && colon != std::u16string::npos) return FailParse();
     if (!base && (m_category == kRootRelative || m_category == kRelative)) return FailParse();
     if (base && m_category == kRelative && !base->IsPath()) return FailParse();
     if (m_category == kDrive || m_category == kUNC) {
@@ -137,39 +169,49 @@ PathErr CTyUiPathname::ParseRelative(const char16_t* text, const CTyUiPathname* 
         m_volume = base->m_volume;
     }
     if (!m_volume) return FailParse();
-    if (m_category == kUNC && work.length() == m_volume->GetVolumeName()->length())
+    if (m_category == kUNC && int(work.size()) == m_volume->GetVolumeName()->length())
         work += m_separator;
-    m_volume->Canonicalize(work);
+    m_path = new KvString(work.c_str());
+    m_volume->Canonicalize(*m_path);
 
     if (m_category == kRootRelative) {
         m_base = new KvString(*base->m_volume->GetVolumeName());
     } else if (m_category == kRelative) {
-        KvString full;
-        base->GetFullPath(full);
-        if (full.length() != 0) m_base = new KvString(full);
+        m_base = new KvString;
+        base->GetFullPath(*m_base);
+        if (m_base->length() == 0) {
+            delete m_base;
+            m_base = nullptr;
+        }
     }
-    KvString full = m_base ? *m_base : KvString();
-    if (m_base && GetLastCharacter(full) != m_separator && work.kwszPtr()[0] != m_separator)
-        full += m_separator;
-    full += work;
-    if (!m_volume->IsValidPath(full, wildcardsAllowed)) return FailParse();
+    bool valid;
+    if (m_base) {
+        KvString full(*m_base);
+        if (GetLastCharacter(full) != m_separator && m_path->kwszPtr()[0] != m_separator)
+            full += m_separator;
+        full += *m_path;
+        valid = m_volume->IsValidPath(full, wildcardsAllowed);
+    } else {
+        valid = m_volume->IsValidPath(*m_path, wildcardsAllowed);
+    }
+    if (!valid) return FailParse();
 
-    m_path = new KvString(work);
     GetAttributes(m_path, m_base, &m_type);
-    if (m_path->find(m_separator) >= 0 || KvString(text).find(u':') >= 0) m_hadPrefix = true;
+    if (m_path->find(m_separator) >= 0 || std::char_traits<char16_t>::find(text, std::char_traits<char16_t>::length(text), u':'))
+        m_hadPrefix = true;
     return PathOk;
 }
 
 // Finds the volume of a drive or UNC name; false for a UNC name without a share.
-bool CTyUiPathname::FindVolume(const KvString& work) {
+bool CTyUiPathname::FindVolume(const std::u16string& work) {
     if (m_category == kDrive) {
-        m_volume = FindVolumeDescriptor(work.left(2));
+        m_volume = FindVolumeDescriptor(work.c_str(), 2);
         return true;
     }
-    int first = work.find(m_separator, 2);
-    if (first < 0 || first == work.length() - 1) return false;
-    int second = work.find(m_separator, first + 1);
-    m_volume = FindVolumeDescriptor(second < 0 ? work : work.left(second));
+    size_t first = work.find(m_separator, 2);
+    if (first == std::u16string::npos || first == work.size() - 1) return false;
+    size_t second = work.find(m_separator, first + 1);
+    m_volume = FindVolumeDescriptor(work.c_str(), second == std::u16string::npos ? work.size() : second);
     return true;
 }
 
@@ -183,18 +225,15 @@ bool CTyUiPathname::ParseAndOSFind(const char16_t* name) {
 void CTyUiPathname::GetAttributes(const KvString* path, const KvString* base,
                                   path_type* type) const {
     *type = kNotFound;
-    KvString name = path->mid(path->findOneOfRev(u"\\:") + 1);
-    if (name.length() != 0 && name.findOneOf(u"*?") >= 0) {
-        *type = kWildcard;
-        return;
-    }
-    unsigned attributes = lumplatform::kNoAttributes;
-    if (!base || base->length() == 0) {
-        attributes = ctyuipathhost::AttributesOf(*path);
-    } else {
-        ctyuipathhost::DirectoryFrame frame(*base);
-        if (frame.entered()) attributes = ctyuipathhost::AttributesOf(*path);
-    }
+    // A wildcard in the last component, behind the last separator or colon.
+    for (const char16_t* c = path->kwszPtr() + std::char_traits<char16_t>::length(path->kwszPtr());
+         c != path->kwszPtr() && c[-1] != u'\\' && c[-1] != u':'; --c)
+        if (c[-1] == u'*' || c[-1] == u'?') {
+            *type = kWildcard;
+            return;
+        }
+    // As if the current directory were `base`: it must be one that can be entered.
+    unsigned attributes = ctyuipathhost::AttributesIn(base, *path);
     if (attributes != lumplatform::kNoAttributes)
         *type = (attributes & lumplatform::kAttributeDirectory) ? kDirectory : kFile;
 }

@@ -97,9 +97,9 @@ bool CTyUiPathname::GetFullPath(KvString& out) const {
     out.setEmpty();
     if (m_type == kEmpty) return false;
     ComposeFullText(out);
-    KvString full;
-    if (ctyuipathhost::FullName(out, full) && full.length() >= 1 && full.length() <= 259)
-        out = full;
+    std::u16string full;
+    if (ctyuipathhost::FullName(out, full) && full.size() >= 1 && full.size() <= 259)
+        out = full.c_str();
     return true;
 }
 

@@ -17,15 +17,6 @@ std::string NarrowMode(const char16_t* mode) {
     return narrow;
 }
 
-// Runs `action` with the current directory at `base` if there is one, as the file
-// functions take a relative m_path against it.
-template <class Action>
-bool InDirectoryOf(const KvString* base, Action action) {
-    if (!base) return action();
-    ctyuipathhost::DirectoryFrame frame(*base);
-    return frame.entered() && action();
-}
-
 }  // namespace
 
 bool CTyUiPathname::Exists() {
@@ -39,7 +30,7 @@ bool CTyUiPathname::Exists() {
 // The POSIX path of the full name; false if no drive reaches it.
 bool CTyUiPathname::PosixPath(std::u16string& posixPath) const {
     KvString full;
-    return GetFullPath(full) && ctyuipathhost::PosixPathOf(full, posixPath);
+    return GetFullPath(full) && ctyuipathhost::PosixPathIn(nullptr, full, posixPath);
 }
 
 // A stream on the file of a path object; a folder is never opened.
@@ -76,11 +67,11 @@ bool CTyUiPathname::Rename(const char16_t* newName) {
     if (!IsPath() || !m_path || !newName) return false;
     KvString name(newName);
     if (name.length() > m_volume->GetMaxPath()) return false;  // it becomes the stored text
-    bool renamed = InDirectoryOf(m_base, [&] {
-        std::u16string from, to;
-        return ctyuipathhost::PosixPathOf(*m_path, from) && ctyuipathhost::PosixPathOf(name, to) &&
-               lumplatform::renameWithoutReplacing(from, to);
-    });
+    // Both names are taken in m_base, as if it were the current directory.
+    std::u16string from, to;
+    bool renamed = ctyuipathhost::PosixPathIn(m_base, *m_path, from) &&
+                   ctyuipathhost::PosixPathIn(m_base, name, to) &&
+                   lumplatform::renameWithoutReplacing(from, to);
     if (renamed) *m_path = name;
     return renamed;
 }
@@ -88,10 +79,8 @@ bool CTyUiPathname::Rename(const char16_t* newName) {
 // Files only: a folder is never removed.
 bool CTyUiPathname::Remove() {
     if (!IsPath() || !m_path) return false;
-    return InDirectoryOf(m_base, [&] {
-        std::u16string posix;
-        return ctyuipathhost::PosixPathOf(*m_path, posix) && lumplatform::removeFile(posix);
-    });
+    std::u16string posix;
+    return ctyuipathhost::PosixPathIn(m_base, *m_path, posix) && lumplatform::removeFile(posix);
 }
 
 bool CTyUiPathname::OpenReadOnly(Tarnwick::Lumora::PAL::FileIO::File&) { return false; }

@@ -12,26 +12,17 @@ std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
 
 }  // namespace
 
-bool FullName(const KvString& windowsName, KvString& fullName) {
-    std::u16string full;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok)
-        return false;
-    fullName = full.c_str();
-    return true;
+bool FullName(const KvString& windowsName, std::u16string& fullName) {
+    return lumplatform::fullWindowsName(Text(windowsName), fullName) == lumplatform::DriveStatus::ok;
 }
 
-bool PosixPathOf(const KvString& windowsName, std::u16string& posixPath) {
-    std::u16string full;
-    return lumplatform::fullWindowsName(Text(windowsName), full) == lumplatform::DriveStatus::ok &&
-           lumplatform::posixPathOf(full, posixPath) == lumplatform::DriveStatus::ok;
+bool PosixPathIn(const KvString* base, const KvString& windowsName, std::u16string& posixPath) {
+    return lumplatform::posixPathIn(base ? Text(*base) : std::u16string(), Text(windowsName),
+                                    posixPath) == lumplatform::DriveStatus::ok;
 }
 
-unsigned AttributesOf(const KvString& windowsName) {
-    std::u16string full, posix;
-    if (lumplatform::fullWindowsName(Text(windowsName), full) != lumplatform::DriveStatus::ok ||
-        lumplatform::posixPathOf(full, posix) != lumplatform::DriveStatus::ok)
-        return lumplatform::kNoAttributes;
-    return lumplatform::fileAttributes(posix);
+unsigned AttributesIn(const KvString* base, const KvString& windowsName) {
+    return lumplatform::attributesIn(base ? Text(*base) : std::u16string(), Text(windowsName));
 }
 
 bool SearchFile(const KvString& name, KvString& found) {
@@ -65,17 +56,6 @@ bool CurrentDirectory(KvString& name) {
     if (lumplatform::currentDirectoryName(text) != lumplatform::DriveStatus::ok) return false;
     name = text.c_str();
     return true;
-}
-
-bool ChangeDirectory(const KvString& name) {
-    return lumplatform::changeCurrentDirectory(Text(name)) == lumplatform::DriveStatus::ok;
-}
-
-DirectoryFrame::DirectoryFrame(const KvString& base)
-    : m_entered(CurrentDirectory(m_saved) && ChangeDirectory(base)) {}
-
-DirectoryFrame::~DirectoryFrame() {
-    if (m_entered) ChangeDirectory(m_saved);
 }
 
 }  // namespace ctyuipathhost

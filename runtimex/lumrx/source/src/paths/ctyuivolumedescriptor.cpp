@@ -6,12 +6,11 @@
 #include "lumplatform/drives.h"
 
 #include <cwctype>
+#include <string>
 
 namespace {
 
 std::u16string Text(const KvString& s) { return std::u16string(s.kwszPtr()); }
-
-bool IsControl(char16_t c) { return c >= 1 && c <= 31; }
 
 // The classification of a file-system name, upper-cased, by its maximum component
 // length where FAT or an unlisted name leaves it open.
@@ -37,10 +36,12 @@ public:
         for (LUM_POSITION pos = m_list.GetHeadPosition(); pos;)
             delete static_cast<CTyUiVolumeDescriptor*>(m_list.GetNext(pos));
     }
-    const CTyUiVolumeDescriptor* Find(const KvString& name) const {
+    // The descriptor whose name is exactly the `length` units at `name`, case included.
+    const CTyUiVolumeDescriptor* Find(const char16_t* name, size_t length) const {
         for (LUM_POSITION pos = m_list.GetHeadPosition(); pos;) {
             auto* d = static_cast<const CTyUiVolumeDescriptor*>(m_list.GetNext(pos));
-            if (name.compare(*d->GetVolumeName()) == 0) return d;
+            const char16_t* known = d->GetVolumeName()->kwszPtr();
+            if (std::char_traits<char16_t>::compare(known, name, length) == 0 && !known[length]) return d;
         }
         return nullptr;
     }
@@ -159,12 +160,14 @@ bool CTyUiVolumeDescriptor::HasColonOnlyBehindDrive(const KvString& path) {
     return colon < 0 || (colon == 1 && std::iswalpha(wint_t(path.kwszPtr()[0])));
 }
 
+// One pass over the text: the sets are ASCII, so they fit a 128-bit mask, and the
+// control characters are its bits 1 to 31.
 bool CTyUiVolumeDescriptor::HasForbidden(const KvString& text, const char16_t* forbidden) {
-    for (const char16_t* p = text.kwszPtr(); *p; ++p) {
-        if (IsControl(*p)) return true;
-        for (const char16_t* f = forbidden; *f; ++f)
-            if (*p == *f) return true;
-    }
+    uint64_t mask[2] = {0xFFFFFFFEu, 0};
+    for (const char16_t* f = forbidden; *f; ++f)
+        if (*f < 128) mask[*f >> 6] |= uint64_t(1) << (*f & 63);
+    for (const char16_t* p = text.kwszPtr(); *p; ++p)
+        if (*p < 128 && (mask[*p >> 6] >> (*p & 63) & 1)) return true;
     return false;
 }
 
@@ -172,8 +175,9 @@ bool CTyUiVolumeDescriptor::IsValidPathWith(const KvString& path,
                                             const char16_t* forbidden) const {
     if (path.length() > m_maxPath || !HasColonOnlyBehindDrive(path)) return false;
     // The first character is left out so that a UNC name passes.
-    if (path.length() > 1 && KvString(path.kwszPtr() + 1).find(m_doubleSeparator) >= 0)
-        return false;
+    const char16_t* text = path.kwszPtr();
+    for (int i = 1; text[i] && text[i + 1]; ++i)
+        if (text[i] == m_doubleSeparator[0] && text[i + 1] == m_doubleSeparator[1]) return false;
     return !HasForbidden(path, forbidden);
 }
 
@@ -269,9 +273,13 @@ FS_TYPE CTyUiPathname::GetFileSystem(KvString& root) {
 }
 
 const CTyUiVolumeDescriptor* CTyUiPathname::FindVolumeDescriptor(const KvString& name) {
-    if (name.length() == 0) return nullptr;
-    if (const CTyUiVolumeDescriptor* known = gVolumeDescriptors.Find(name)) return known;
-    return NewVolDescriptor(name);
+    return FindVolumeDescriptor(name.kwszPtr(), std::char_traits<char16_t>::length(name.kwszPtr()));
+}
+
+const CTyUiVolumeDescriptor* CTyUiPathname::FindVolumeDescriptor(const char16_t* name, size_t length) {
+    if (length == 0) return nullptr;
+    if (const CTyUiVolumeDescriptor* known = gVolumeDescriptors.Find(name, length)) return known;
+    return NewVolDescriptor(KvString(std::u16string(name, length).c_str()));
 }
 
 const CTyUiVolumeDescriptor* CTyUiPathname::NewVolDescriptor(const KvString& name) {
