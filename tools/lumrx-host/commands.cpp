@@ -160,8 +160,10 @@ void HostCommands::classes(const Args& args) {
     KvRxDictionary* dictionary = systemEntry(u"ClassDictionary");
     std::vector<KvRxClass*> all;
     std::unique_ptr<KvRxDictionaryIterator> it(dictionary->newIterator(kDictSorted));
+    // Every value of the class dictionary is a class, also one whose own isA() is null
+    // (a module's value type while "KvRxValueType" isn't registered).
     for (; !it->done(); it->next())
-        if (KvRxClass* c = KvRxClass::cast(it->object())) all.push_back(c);
+        if (it->object()) all.push_back(static_cast<KvRxClass*>(it->object()));
     std::function<void(const KvRxClass*, int)> print = [&](const KvRxClass* c, int depth) {
         std::printf("%*s%s\n", depth * 2, "", utf8(c->name()).c_str());
         for (const KvRxClass* child : all)
