@@ -495,8 +495,9 @@ unsigned attributesIn(const std::u16string& directory, const std::u16string& tex
         return posixFrom(name, path) == DriveStatus::ok ? fileKindAttributes(path) : kNoAttributes;
     if (splitDirectory(directory, here) != DriveStatus::ok || posixIn(here, name, path) != DriveStatus::ok)
         return kNoAttributes;
-    if (!reachesBelow(name) && !canEnter(here)) return kNoAttributes;
-    return fileKindAttributes(path);
+    // A file that isn't there needs no look at the directory.
+    unsigned attributes = fileKindAttributes(path);
+    return attributes == kNoAttributes || reachesBelow(name) || canEnter(here) ? attributes : kNoAttributes;
 }
 
 DriveStatus currentDirectoryName(std::u16string& name) {

@@ -99,18 +99,35 @@ void registerOrphan(int code) {
 #include "kvrxdictionary.h"
 #include "kvrxruntime.h"
 
+#include <vector>
+
 namespace {
 
-// A class, a service and a reactor of its own while it is loaded. The service object
-// goes at the next first message or with the image: the linker takes it out of the
-// dictionary only after the unload message.
+// A class, a service and a reactor of its own while it is loaded. A service object is
+// freed once the dictionary no longer lists it (a load of the module again may come
+// while an older load's unload still has it listed), at the latest with the image.
 struct FullReactor : KvRxDLinkerReactor {};
+
+KvRxDictionary* serviceDictionary() {
+    return KvRxDictionary::cast(kvrxSysRegistry()->at(u"ServiceDictionary"));
+}
 
 struct Full {
     KvRxClass* rxClass = nullptr;
-    KvRxService* service = nullptr;
+    std::vector<KvRxService*> services;  // made here, freed when no longer listed
     FullReactor reactor;
-    ~Full() { delete service; }
+    ~Full() {
+        for (KvRxService* s : services) delete s;
+    }
+    void freeUnlisted() {
+        KvRxObject* listed = serviceDictionary()->at(u"KrxFullService");
+        std::vector<KvRxService*> kept;
+        for (KvRxService* s : services) {
+            if (s == listed) kept.push_back(s);
+            else delete s;
+        }
+        services.swap(kept);
+    }
 } full;
 
 KvRxDynamicLinker* dynamicLinker() {
@@ -119,11 +136,10 @@ KvRxDynamicLinker* dynamicLinker() {
 
 void registerFull(int code) {
     if (code == 1) {
-        delete full.service;
-        full.service = nullptr;  // the registrations below may throw
-        full.rxClass = nullptr;
+        full.freeUnlisted();
+        full.rxClass = nullptr;  // the registrations below may throw
         full.rxClass = newKvRxClass(u"KrxFullClass", u"OvRxObject");
-        full.service = static_cast<KvRxService*>(kvrxRegisterService(u"KrxFullService"));
+        full.services.push_back(static_cast<KvRxService*>(kvrxRegisterService(u"KrxFullService")));
         dynamicLinker()->addReactor(&full.reactor);
     } else if (code == 2) {
         dynamicLinker()->removeReactor(&full.reactor);
