@@ -10,8 +10,10 @@ function(lumrx_fuzz_module name)
   target_compile_definitions(${name} PRIVATE KRX_NAME="${name}" ${ARGN})
   # No coverage counters in the modules: the fuzzer would read them after the module's
   # image is gone.
-  target_compile_options(${name} PRIVATE
-    -fno-sanitize-coverage=inline-8bit-counters,pc-table,trace-cmp,indirect-calls)
+  if(LUMRX_FUZZ)
+    target_compile_options(${name} PRIVATE
+      -fno-sanitize-coverage=inline-8bit-counters,pc-table,trace-cmp,indirect-calls)
+  endif()
   target_link_libraries(${name} PRIVATE lumosbase lumrx)
   list(APPEND LUMRX_FUZZ_MODULES ${name})
   set(LUMRX_FUZZ_MODULES ${LUMRX_FUZZ_MODULES} PARENT_SCOPE)
@@ -29,7 +31,10 @@ lumrx_fuzz_module(fzuser KRX_UNLOCK KRX_USES_DEP)
 target_link_libraries(fzuser PRIVATE fzdep)
 lumrx_fuzz_module(fzmover KRX_UNLOCK KRX_OTHER="${LUMRX_FUZZ_MODULE_DIR}/fzfull.krx")
 
-if(TARGET linker_fuzz)
-  target_compile_definitions(linker_fuzz PRIVATE LUMRX_FUZZ_MODULE_DIR="${LUMRX_FUZZ_MODULE_DIR}")
-  add_dependencies(linker_fuzz ${LUMRX_FUZZ_MODULES})
-endif()
+# The libFuzzer program, or the corpus replay of the test builds.
+foreach(target linker_fuzz linker_fuzz_replay)
+  if(TARGET ${target})
+    target_compile_definitions(${target} PRIVATE LUMRX_FUZZ_MODULE_DIR="${LUMRX_FUZZ_MODULE_DIR}")
+    add_dependencies(${target} ${LUMRX_FUZZ_MODULES})
+  endif()
+endforeach()
