@@ -256,3 +256,25 @@ TEST_F(Reactors, AReactorMayUnloadTheModuleWhoseLoadItHears) {
     EXPECT_EQ(linker()->loadedModuleCount(), 0);
     EXPECT_EQ(linker()->dependencyTracker().nodeCount(), 0);
 }
+
+TEST_F(Reactors, AForcedUnloadOfEverythingEndsWhileAReactorLoadsAgain) {
+    std::u16string free = modulePath("krxfree.krx"), mdi = modulePath("krxmdi.krx");
+    Reactor r("R");
+    int reloads = 0;
+    r.hook = [&](const std::string& event, const char16_t* module) {
+        if (event != "unloaded") return;
+        ++reloads;
+        linker()->loadModule(module, false, false);
+    };
+    ASSERT_TRUE(linker()->loadModule(free.c_str(), false, false));
+    ASSERT_TRUE(linker()->loadModule(mdi.c_str(), false, false));
+    linker()->addReactor(&r);
+    linker()->unloadAllKrxModule(false, true);
+    // Each module went once; what the reactor loaded again stays.
+    EXPECT_EQ(reloads, 2);
+    EXPECT_NE(proxyOf(free), nullptr);
+    EXPECT_NE(proxyOf(mdi), nullptr);
+    linker()->removeReactor(&r);
+    linker()->unloadAllKrxModule(false, true);
+    EXPECT_EQ(linker()->loadedModuleCount(), 0);
+}

@@ -543,7 +543,15 @@ void KvRxDynamicLinkerImp::unloadAllKrxModule(bool quitting, bool forced) {
         for (int i = 0; i < order.length(); ++i) unloadProxy(order[i], false, quitting);
         return;
     }
-    while (m_tracker->nodeCount() > 0) {
+    // Each turn that takes something down drops one of the references standing now;
+    // reactors or messages that load modules again as others go can't keep the loop
+    // going beyond those.
+    long turns = 0;
+    KvArray<KvRxDynLoadModuleProxy*> standing;
+    getLoadedModules(standing);
+    for (int i = 0; i < standing.length(); ++i)
+        turns += standing[i]->refCount() > 1 ? standing[i]->refCount() : 1;
+    while (turns-- > 0 && m_tracker->nodeCount() > 0) {
         KvRxDynLoadModuleProxy* candidate = m_tracker->nextUnloadCandidate();
         if (!candidate) break;
         candidate->setLocked(false);
