@@ -236,7 +236,9 @@ void KvRxDynamicLinkerImp::storeModule(const std::u16string& key, KvRxDynLoadMod
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::findRxModuleProxyByModuleName(
     const char16_t* name, bool mustExist) const {
     KvRxDynLoadModuleProxy* proxy = nullptr;
-    if (name && *name) {
+    // An empty table answers without making the full name, which costs a walk of the
+    // file system; hosts ask this for every record that offers a command.
+    if (name && *name && !m_index.empty()) {
         std::u16string full = fullFileName(name);
         if (!full.empty()) proxy = m_index.find(full);
     }

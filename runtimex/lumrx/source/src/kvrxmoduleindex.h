@@ -23,6 +23,8 @@ public:
     KvRxDynLoadModuleProxy* find(const std::u16string& key) const;
     // Compares only: `proxy` may name an object that is gone.
     bool holds(const KvRxDynLoadModuleProxy* proxy) const { return m_keys.count(proxy) != 0; }
+    // True when the table holds nothing, so no name can be found in it.
+    bool empty() const { return m_keys.empty(); }
     // The key `proxy` is stored under; empty if it isn't in the table.
     std::u16string keyOf(const KvRxDynLoadModuleProxy* proxy) const;
 
