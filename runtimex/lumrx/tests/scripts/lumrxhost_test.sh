@@ -250,7 +250,10 @@ windows() {
 
 prompt() {
     command -v script >/dev/null || exit 77
-    printf 'apps\n' | script -qec "'$host' --crash-record crash.txt" /dev/null >out.txt 2>&1
+    # The input stays open until the host has quit by itself: script(1) ends the session
+    # at the end of its input, which on a busy machine can come before the answer.
+    { printf 'apps\nquit\n'; sleep 3; } |
+        script -qec "'$host' --crash-record crash.txt" /dev/null >out.txt 2>&1
     grep -q 'lumrx> no modules loaded' out.txt || fail "no prompt before the answer"
     lacks_match '^> apps'
     printf 'apps\n' | "$host" --crash-record crash.txt >out.txt 2>&1
