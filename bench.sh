@@ -14,7 +14,7 @@ trap 'rm -f "$rows"' EXIT
 for program in build-bench/runtimex/lumrx/bench/*_bench; do
     [ -x "$program" ] || continue
     echo "running $(basename "$program")" >&2
-    "$program" --benchmark_min_time=0.2 --benchmark_color=false 2>/dev/null | grep -E '^(GOAL|NOTE)\|' >>"$rows" || true
+    "$program" --benchmark_min_time=0.2 --benchmark_color=false 2>/dev/null | grep -aoE '(GOAL|NOTE)\|.*' >>"$rows" || true
 done
 
 awk -F'|' '

@@ -15,6 +15,9 @@
 
 class RatioReporter : public benchmark::ConsoleReporter {
 public:
+    // No colours: a colour code left open before a goal row would hide it from bench.sh.
+    RatioReporter() : ConsoleReporter(OO_Tabular) {}
+
     void ReportRuns(const std::vector<Run>& runs) override {
         ConsoleReporter::ReportRuns(runs);
         for (const Run& run : runs)
