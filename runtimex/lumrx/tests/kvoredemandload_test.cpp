@@ -213,6 +213,47 @@ TEST_F(DemandLoad, RecordOfALoadedModuleIsLeftOut) {
     EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
 }
 
+// The look-up skips the linker while no module is stored in any table: the count of
+// stored modules must follow each load and unload, not just the first and the last.
+TEST_F(DemandLoad, RecordsOfModulesLoadedTogetherComeBackOneByOne) {
+    import("machine", record("krxgood", 4 | 8, {"G"}, {"GOOD=_GOOD"}) + record("krxdep", 4 | 8, {"D"}, {"DEP=_DEP"}));
+    host.files[u"krxgood.krx"] = lumtest::u16(LUMRX_TEST_KRX);
+    host.files[u"krxdep.krx"] = lumtest::u16(LUMRX_TEST_KRX_DEP);
+    ASSERT_TRUE(initDemandLoadKrxList());
+    ASSERT_TRUE(kvrxLoadApp(u"krxgood", false));
+    ASSERT_TRUE(kvrxLoadApp(u"krxdep", false));
+    EXPECT_EQ(apps(u"GOOD"), Names{});
+    EXPECT_EQ(apps(u"d.dep"), Names{});
+    ASSERT_TRUE(kvrxUnloadApp(u"krxdep", false));
+    EXPECT_EQ(apps(u"d.dep"), Names{"krxdep"});
+    EXPECT_EQ(apps(u"GOOD"), Names{}) << "one module is still stored";
+    auto* linker = KvRxDynamicLinkerImp::cast(kvrxSysRegistry()->at(u"DynamicLinker"));
+    linker->findRxModuleProxyByModuleName(host.files[u"krxgood.krx"].c_str(), true)->setLocked(false);
+    ASSERT_TRUE(kvrxUnloadApp(u"krxgood", false));
+    EXPECT_EQ(apps(u"GOOD"), Names{"krxgood"});
+}
+
+// The index grows as keys come; a name is found only whole, with every unit compared.
+TEST_F(DemandLoad, ManyCommandsAndNamesThatArePrefixes) {
+    Names commands;
+    for (int i = 0; i < 60; ++i) commands.push_back("CMD" + std::to_string(i) + "=_CMD" + std::to_string(i));
+    import("machine", record("Many", 4, {"GRP", "GRP2"}, commands) + record("Few", 4, {"GR"}, {"CMD=_C"}));
+    ASSERT_TRUE(initDemandLoadKrxList());
+    for (int i = 0; i < 60; ++i) {
+        std::u16string n = lumtest::u16(std::to_string(i));
+        EXPECT_EQ(apps((u"cmd" + n).c_str()), Names{"Many"}) << i;
+        EXPECT_EQ(apps((u"grp2._Cmd" + n).c_str()), Names{"Many"}) << i;
+    }
+    EXPECT_EQ(apps(u"CMD6"), Names{"Many"});
+    EXPECT_EQ(apps(u"CMD60"), Names{}) << "longer than a key";
+    EXPECT_EQ(apps(u"CM"), Names{}) << "shorter than a key";
+    EXPECT_EQ(apps(u"CMD"), Names{"Few"});
+    EXPECT_EQ(apps(u"GR.CMD"), Names{"Few"});
+    EXPECT_EQ(apps(u"GRP.CMD"), Names{}) << "the group is part of the key";
+    EXPECT_EQ(apps(u"G.CMD1"), Names{});
+    EXPECT_EQ(apps(u".CMD1"), Names{"Many"}) << "no group before the dot";
+}
+
 // The look-up answers from an index of the tree: it must follow every change made to
 // the tree, whichever way it comes, and keep the tree's order and case rules.
 TEST_F(DemandLoad, LookUpFollowsEveryChangeOfTheTree) {

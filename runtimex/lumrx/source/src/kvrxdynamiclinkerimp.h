@@ -76,6 +76,9 @@ public:
     // fatal ("Cannot find module") if `mustExist`.
     KvRxDynLoadModuleProxy* findRxModuleProxyByModuleName(const char16_t* name,
                                                           bool mustExist) const;
+    // False when the table of no linker holds a module: every linker's
+    // findRxModuleProxyByModuleName(name, false) is null then.
+    static bool anyModuleStored() { return KvRxModuleIndex::anyHeld(); }
     int loadedModuleCount() const;
     Kvore::ErrorStatus newIterator(KvRxDictionaryIterator*& out);
     // Unloads every module with messages. `forced` unlocks each candidate first and

@@ -7,6 +7,11 @@
 // the table holds under key `k`, and `holds(p)` is true exactly for the objects in the
 // table. Keys are folded unit by unit as the table's case-blind comparison folds them,
 // so two keys the table finds equal are one key here. Proxies are not owned.
+//
+// Invariant across every index alive: anyHeld() is false exactly when no index holds a
+// proxy, so that a linker look-up, which answers null from an empty table, can be known
+// to answer null without asking it. Each index adds its own count on each change and
+// takes it back when it goes.
 #pragma once
 
 #include <string>
@@ -16,6 +21,11 @@ class KvRxDynLoadModuleProxy;
 
 class KvRxModuleIndex {
 public:
+    KvRxModuleIndex() = default;
+    ~KvRxModuleIndex();
+    KvRxModuleIndex(const KvRxModuleIndex&) = delete;
+    KvRxModuleIndex& operator=(const KvRxModuleIndex&) = delete;
+
     // `proxy` is stored under `key`; a proxy held under that key before leaves.
     void put(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
     // The entry under `key` goes, if it is `proxy`.
@@ -25,11 +35,15 @@ public:
     bool holds(const KvRxDynLoadModuleProxy* proxy) const { return m_keys.count(proxy) != 0; }
     // True when the table holds nothing, so no name can be found in it.
     bool empty() const { return m_keys.empty(); }
+    // True when some index, of any linker, holds a proxy.
+    static bool anyHeld();
     // The key `proxy` is stored under; empty if it isn't in the table.
     std::u16string keyOf(const KvRxDynLoadModuleProxy* proxy) const;
 
 private:
     static std::u16string folded(const std::u16string& key);
+    // Moves the count of all indexes by the change of this one's since `before`.
+    void counted(size_t before) const;
 
     std::unordered_map<std::u16string, KvRxDynLoadModuleProxy*> m_byKey;  // folded key
     std::unordered_map<const KvRxDynLoadModuleProxy*, std::u16string> m_keys;  // as stored

@@ -20,6 +20,16 @@ void appendFold(const char16_t* text, std::u16string& key) {
     for (const char16_t* p = text ? text : u""; *p; ++p) key.push_back(foldUnit(*p));
 }
 
+// FNV-1a over the units, with a final mix so that the low bits, which pick the slot,
+// depend on every unit.
+uint64_t hashOf(const char16_t* text, size_t length) {
+    uint64_t hash = 0xcbf29ce484222325ull;
+    for (size_t i = 0; i < length; ++i) hash = (hash ^ text[i]) * 0x100000001b3ull;
+    hash ^= hash >> 29;
+    hash *= 0xbf58476d1ce4e5b9ull;
+    return hash ^ (hash >> 32);
+}
+
 size_t lengthOf(const char16_t* text) {
     size_t length = 0;
     while (text && text[length]) ++length;
@@ -41,9 +51,51 @@ void kvoreTreeChanged() { ++gTreeChanges; }
 const KvoreCommandIndex::Records* KvoreCommandIndex::find(KvRxLinkedList* infos, const char16_t* group,
                                                           size_t groupLength, const char16_t* command) {
     if (m_built != gTreeChanges) build(infos);
-    makeKey(group, groupLength, command, m_key);
-    auto found = m_records.find(m_key);
-    return found == m_records.end() ? nullptr : &found->second;
+    uint64_t hash = 0;
+    size_t length = foldLookUp(group, groupLength, command, hash);
+    const char16_t* text = m_folded.data();
+    uint32_t at = m_slots[slotOf(hash, [&](const std::u16string& stored) {
+        return stored.size() == length && std::char_traits<char16_t>::compare(stored.data(), text, length) == 0;
+    })];
+    return at ? &m_entries[at - 1].records : nullptr;
+}
+
+// The key as makeKey would write it, folded into a buffer that only grows; its length.
+size_t KvoreCommandIndex::foldLookUp(const char16_t* group, size_t groupLength, const char16_t* command,
+                                     uint64_t& hash) {
+    size_t commandLength = lengthOf(command);
+    size_t length = (group ? groupLength + 1 : 0) + commandLength;
+    if (m_folded.size() <= length) m_folded.resize(length + 1);
+    char16_t* out = m_folded.data();
+    if (group) {
+        for (size_t i = 0; i < groupLength; ++i) *out++ = foldUnit(group[i]);
+        *out++ = u'\0';
+    }
+    for (size_t i = 0; i < commandLength; ++i) *out++ = foldUnit(command[i]);
+    hash = hashOf(m_folded.data(), length);
+    return length;
+}
+
+template <class Equals>
+size_t KvoreCommandIndex::slotOf(uint64_t hash, Equals equals) const {
+    size_t mask = m_slots.size() - 1;
+    for (size_t i = size_t(hash) & mask;; i = (i + 1) & mask) {
+        uint32_t at = m_slots[i];
+        if (!at) return i;
+        const Entry& entry = m_entries[at - 1];
+        if (entry.hash == hash && equals(entry.key)) return i;
+    }
+}
+
+// Doubles the table and places every entry again.
+void KvoreCommandIndex::grow() {
+    m_slots.assign(m_slots.size() * 2, 0);
+    size_t mask = m_slots.size() - 1;
+    for (size_t e = 0; e < m_entries.size(); ++e) {
+        size_t i = size_t(m_entries[e].hash) & mask;
+        while (m_slots[i]) i = (i + 1) & mask;
+        m_slots[i] = uint32_t(e + 1);
+    }
 }
 
 void KvoreCommandIndex::makeKey(const char16_t* group, size_t groupLength, const char16_t* command,
@@ -59,12 +111,22 @@ void KvoreCommandIndex::makeKey(const char16_t* group, size_t groupLength, const
 // Records are visited in the stack's order, so a record's keys end with it when it
 // offers a command twice.
 void KvoreCommandIndex::add(const std::u16string& key, KvoreRegisterKrxInfo* record) {
-    Records& records = m_records[key];
+    uint64_t hash = hashOf(key.data(), key.size());
+    size_t slot = slotOf(hash, [&](const std::u16string& stored) { return stored == key; });
+    size_t entry = m_slots[slot];
+    if (!entry) {
+        m_entries.push_back(Entry{key, hash, {}});
+        entry = m_entries.size();
+        m_slots[slot] = uint32_t(entry);
+        if (m_entries.size() * 2 > m_slots.size()) grow();
+    }
+    Records& records = m_entries[entry - 1].records;
     if (records.empty() || records.back() != record) records.push_back(record);
 }
 
 void KvoreCommandIndex::build(KvRxLinkedList* infos) {
-    m_records.clear();
+    m_entries.clear();
+    m_slots.assign(16, 0);
     std::u16string key;
     forEachIn<KvoreRegisterKrxInfo>(infos, [&](KvoreRegisterKrxInfo* record) {
         forEachIn<KvoreKrxRegCmdGroup>(record->groups(), [&](KvoreKrxRegCmdGroup* group) {

@@ -287,7 +287,9 @@ bool getRegisterKrxAppInfoList(const char16_t* name, KvArray<KvoreRegisterKrxInf
     const KvoreCommandIndex::Records* offering =
         gRegisterStack->recordsOffering(group, size_t(dot - name), command);
     if (!offering) return true;
-    KvRxDynamicLinkerImp* linker = dynamicLinker();
+    // With no module stored anywhere no record's module is loaded: the linker need not
+    // be asked.
+    KvRxDynamicLinkerImp* linker = KvRxDynamicLinkerImp::anyModuleStored() ? dynamicLinker() : nullptr;
     for (KvoreRegisterKrxInfo* record : *offering) {
         if (moduleIsLoaded(linker, record)) continue;
         if (!onlyFlagged || (record->loadReason() & KvoreApp::kFlaggedForDemandLoad)) result.append(record);
