@@ -4,6 +4,7 @@
 #include "kvrxcollection.h"
 #include "lumplatform/text.h"
 
+#include <cstring>
 #include <memory>
 
 namespace {
@@ -22,12 +23,18 @@ void appendFold(const char16_t* text, std::u16string& key) {
 
 // FNV-1a over the units, with a final mix so that the low bits, which pick the slot,
 // depend on every unit.
-uint64_t hashOf(const char16_t* text, size_t length) {
-    uint64_t hash = 0xcbf29ce484222325ull;
-    for (size_t i = 0; i < length; ++i) hash = (hash ^ text[i]) * 0x100000001b3ull;
+constexpr uint64_t kHashSeed = 0xcbf29ce484222325ull;
+inline uint64_t mixUnit(uint64_t hash, char16_t unit) { return (hash ^ unit) * 0x100000001b3ull; }
+inline uint64_t finish(uint64_t hash) {
     hash ^= hash >> 29;
     hash *= 0xbf58476d1ce4e5b9ull;
     return hash ^ (hash >> 32);
+}
+
+uint64_t hashOf(const std::u16string& key) {
+    uint64_t hash = kHashSeed;
+    for (char16_t unit : key) hash = mixUnit(hash, unit);
+    return finish(hash);
 }
 
 size_t lengthOf(const char16_t* text) {
@@ -55,24 +62,26 @@ const KvoreCommandIndex::Records* KvoreCommandIndex::find(KvRxLinkedList* infos,
     size_t length = foldLookUp(group, groupLength, command, hash);
     const char16_t* text = m_folded.data();
     uint32_t at = m_slots[slotOf(hash, [&](const std::u16string& stored) {
-        return stored.size() == length && std::char_traits<char16_t>::compare(stored.data(), text, length) == 0;
+        return stored.size() == length && std::memcmp(stored.data(), text, length * sizeof(char16_t)) == 0;
     })];
     return at ? &m_entries[at - 1].records : nullptr;
 }
 
-// The key as makeKey would write it, folded into a buffer that only grows; its length.
+// The key as makeKey would write it, folded and hashed in one pass into a buffer that
+// only grows; its length.
 size_t KvoreCommandIndex::foldLookUp(const char16_t* group, size_t groupLength, const char16_t* command,
                                      uint64_t& hash) {
     size_t commandLength = lengthOf(command);
     size_t length = (group ? groupLength + 1 : 0) + commandLength;
     if (m_folded.size() <= length) m_folded.resize(length + 1);
     char16_t* out = m_folded.data();
+    uint64_t h = kHashSeed;
     if (group) {
-        for (size_t i = 0; i < groupLength; ++i) *out++ = foldUnit(group[i]);
-        *out++ = u'\0';
+        for (size_t i = 0; i < groupLength; ++i) h = mixUnit(h, *out++ = foldUnit(group[i]));
+        h = mixUnit(h, *out++ = u'\0');
     }
-    for (size_t i = 0; i < commandLength; ++i) *out++ = foldUnit(command[i]);
-    hash = hashOf(m_folded.data(), length);
+    for (size_t i = 0; i < commandLength; ++i) h = mixUnit(h, *out++ = foldUnit(command[i]));
+    hash = finish(h);
     return length;
 }
 
@@ -111,7 +120,7 @@ void KvoreCommandIndex::makeKey(const char16_t* group, size_t groupLength, const
 // Records are visited in the stack's order, so a record's keys end with it when it
 // offers a command twice.
 void KvoreCommandIndex::add(const std::u16string& key, KvoreRegisterKrxInfo* record) {
-    uint64_t hash = hashOf(key.data(), key.size());
+    uint64_t hash = hashOf(key);
     size_t slot = slotOf(hash, [&](const std::u16string& stored) { return stored == key; });
     size_t entry = m_slots[slot];
     if (!entry) {
