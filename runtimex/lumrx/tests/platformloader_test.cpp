@@ -1,5 +1,6 @@
 // The platform loader on real files: the test modules, copies cut short, text files
 // and hand-made headers.
+#include "lumplatform/files.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
@@ -173,4 +174,30 @@ TEST_F(PlatformLoader, SearchesProgramCurrentAndListedDirectories) {
     EXPECT_EQ(lumplatform::searchFile(u"./krxgood.krx"), u(dir / "krxgood.krx"));
     // PATH is the last resort.
     EXPECT_FALSE(lumplatform::searchFile(u"sh").empty());
+}
+
+// The full name is the canonical path whatever lies on the way: a link at the end or in
+// the middle, a name below a link that doesn't exist, a name through a file, and a folder
+// that became a link after its name was asked for once.
+TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
+    using lumplatform::fullPathName;
+    fs::path real = fs::canonical(dir);
+    fs::create_directories(real / "a" / "b");
+    write("a/b/m.krx", "x");
+    std::u16string plain = u(real / "a" / "b" / "m.krx");
+    EXPECT_EQ(fullPathName(plain), plain);
+    EXPECT_EQ(fullPathName(u(real / "a" / "." / "b" / ".." / "b" / "m.krx")), plain);
+
+    fs::create_symlink(real / "a" / "b" / "m.krx", real / "last.krx");
+    EXPECT_EQ(fullPathName(u(real / "last.krx")), plain);
+    fs::create_directory_symlink(real / "a", real / "mid");
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx")), plain);
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "absent.krx")), u(real / "a" / "b" / "absent.krx"));
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx" / "x")), plain + u"/x");
+
+    fs::create_directories(real / "c" / "b");
+    write("c/b/m.krx", "y");
+    fs::rename(real / "a", real / "old");
+    fs::create_directory_symlink(real / "c", real / "a");
+    EXPECT_EQ(fullPathName(plain), u(real / "c" / "b" / "m.krx"));
 }
