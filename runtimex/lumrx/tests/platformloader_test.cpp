@@ -8,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <elf.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -103,6 +105,11 @@ TEST_F(PlatformLoader, TellsMissingFromUnloadable) {
         EXPECT_EQ(lumplatform::openImage(u(file), error), nullptr) << cut;
         EXPECT_EQ(error, lumplatform::kImageNotLoadable) << cut;
     }
+    // A program of this machine is refused by the system; it is still no image to load.
+    fs::copy_file(fs::read_symlink("/proc/self/exe"), dir / "program.krx");
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(dir / "program.krx")));
+    EXPECT_EQ(lumplatform::openImage(u(dir / "program.krx"), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
     for (const std::string& bytes : {std::string("; not an image\n"), peImage(0x80, 0x8664, 0x200)}) {
         error = 0;
         EXPECT_EQ(lumplatform::openImage(u(write("other.krx", bytes)), error), nullptr);
@@ -200,4 +207,31 @@ TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
     fs::rename(real / "a", real / "old");
     fs::create_directory_symlink(real / "c", real / "a");
     EXPECT_EQ(fullPathName(plain), u(real / "c" / "b" / "m.krx"));
+}
+
+// A segment table placed far behind the header is read where it lies: whole, the module
+// is loadable; with a segment reaching past the end of the file it is refused.
+TEST_F(PlatformLoader, ReadsASegmentTableFarBehindTheHeader) {
+    std::string image = bytesOf(kModules / "krxgood.krx");
+    Elf64_Ehdr header;
+    std::memcpy(&header, image.data(), sizeof header);
+    std::string table = image.substr(header.e_phoff, size_t(header.e_phnum) * sizeof(Elf64_Phdr));
+    image.resize((image.size() + 4095) / 4096 * 4096 + 4096, '\0');
+    header.e_phoff = image.size();
+    std::memcpy(&image[0], &header, sizeof header);
+    EXPECT_TRUE(lumplatform::isLoadableImage(u(write("far.krx", image + table))));
+
+    for (size_t i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr segment;
+        std::memcpy(&segment, &table[i * sizeof segment], sizeof segment);
+        if (segment.p_type != PT_LOAD) continue;
+        segment.p_filesz = image.size() + table.size() - segment.p_offset + 1;
+        std::memcpy(&table[i * sizeof segment], &segment, sizeof segment);
+        break;
+    }
+    int error = 0;
+    fs::path past = write("past.krx", image + table);
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(past)));
+    EXPECT_EQ(lumplatform::openImage(u(past), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
 }
