@@ -201,12 +201,20 @@ TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
     EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx")), plain);
     EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "absent.krx")), u(real / "a" / "b" / "absent.krx"));
     EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx" / "x")), plain + u"/x");
+    // The search gives the same full names, for files only.
+    EXPECT_EQ(lumplatform::searchFile(plain), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b" / "m.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b" / ".." / "b" / "m.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "last.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "a" / "b")), u"");
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b")), u"");
 
     fs::create_directories(real / "c" / "b");
     write("c/b/m.krx", "y");
     fs::rename(real / "a", real / "old");
     fs::create_directory_symlink(real / "c", real / "a");
     EXPECT_EQ(fullPathName(plain), u(real / "c" / "b" / "m.krx"));
+    EXPECT_EQ(lumplatform::searchFile(plain), u(real / "c" / "b" / "m.krx"));
 }
 
 // A segment table placed far behind the header is read where it lies: whole, the module

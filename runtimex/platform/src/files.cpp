@@ -89,14 +89,16 @@ static std::string normalise(const std::string& absolute) {
 // is reached without passing a link: it is then its own canonical path. One open that
 // refuses links answers what a walk reading each component as a link would; where the
 // system lacks that open, the walk answers.
-static bool reachedWithoutLinks(const std::string& normal) {
+// `st`, if given, receives what the path names.
+static bool reachedWithoutLinks(const std::string& normal, struct stat* st = nullptr) {
     open_how how{};
     how.flags = O_PATH | O_CLOEXEC;
     how.resolve = RESOLVE_NO_SYMLINKS;
     int fd = int(syscall(SYS_openat2, AT_FDCWD, normal.c_str(), &how, sizeof how));
     if (fd < 0) return false;
+    bool ok = !st || fstat(fd, st) == 0;
     close(fd);
-    return true;
+    return ok;
 }
 
 std::u16string fullPathName(const std::u16string& path) {
@@ -124,6 +126,16 @@ std::u16string fullPathName(const std::u16string& path) {
         tail = head.substr(cut) + tail;
         head = cut == 0 ? "/" : head.substr(0, cut);
     }
+}
+
+std::u16string fullPathOfFile(const std::u16string& path) {
+    std::string p = toUtf8(path);
+    struct stat st;
+    // A normal absolute name reached without links is its own full name, and what it
+    // names is known from the same open.
+    if (!p.empty() && p[0] == '/' && isNormal(p) && reachedWithoutLinks(p, &st))
+        return S_ISREG(st.st_mode) ? path : std::u16string();
+    return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? fullPathName(path) : std::u16string();
 }
 
 std::FILE* openFileStream(const std::u16string& path, const char* mode) {
