@@ -228,6 +228,12 @@ TEST_F(PlatformLoader, ReadsASegmentTableFarBehindTheHeader) {
     header.e_phoff = image.size();
     std::memcpy(&image[0], &header, sizeof header);
     EXPECT_TRUE(lumplatform::isLoadableImage(u(write("far.krx", image + table))));
+    // A table offset so large that the table's end wraps round to the file's start.
+    Elf64_Ehdr wrapped = header;
+    wrapped.e_phoff = ~uint64_t(0) - 8;
+    std::string bad = image + table;
+    std::memcpy(&bad[0], &wrapped, sizeof wrapped);
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(write("wrapped.krx", bad))));
 
     for (size_t i = 0; i < header.e_phnum; ++i) {
         Elf64_Phdr segment;

@@ -56,7 +56,8 @@ static bool isPositionIndependentProgram(int fd, const std::vector<ElfW(Phdr)>& 
 static std::vector<ElfW(Phdr)> segmentTable(int fd, const ElfW(Ehdr)& header, uint64_t fileSize,
                                             const unsigned char* head, size_t headBytes) {
     uint64_t tableEnd = uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
-    if (header.e_phnum == 0 || tableEnd > fileSize) return {};
+    // An offset beyond the file would wrap the end around.
+    if (header.e_phnum == 0 || header.e_phoff > fileSize || tableEnd > fileSize) return {};
     std::vector<ElfW(Phdr)> segments(header.e_phnum);
     size_t bytes = segments.size() * sizeof(ElfW(Phdr));
     if (tableEnd <= headBytes)
