@@ -5,6 +5,7 @@
 #include "kvrxdynamiclinkerimp.h"
 #include "kvrxdynloadmoduleproxy.h"
 #include "lumplatform/files.h"
+#include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
 #include "moduletest.h"
@@ -288,4 +289,38 @@ TEST_F(ModuleTest, AModuleThatADependencyLeftWithoutReferencesStillUnloads) {
     EXPECT_NE(again, proxy);
     EXPECT_TRUE(linker()->unloadModule(free.c_str(), false));
     EXPECT_EQ(events(), std::vector<std::string>{"krxfree message 2"});
+}
+
+// An image the system has mapped already: under the same name it gets its proxy and
+// first message, and the system's own reference outlives the unload; under another name
+// (a second link to the same file) the load is refused without a message, and the image
+// keeps the references it had.
+TEST_F(ModuleTest, AnImageMappedBeforeIsAcceptedOnlyUnderItsOwnName) {
+    std::u16string good = modulePath("krxgood.krx");
+    void* system = lumplatform::openLibrary(good);
+    ASSERT_NE(system, nullptr);
+    events();
+    for (bool verbose : {false, true}) {
+        ASSERT_TRUE(linker()->loadModule(good.c_str(), verbose, false));
+        EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 1"});
+        KvRxDynLoadModuleProxy* proxy = linker()->findRxModuleProxyByModuleName(good.c_str(), true);
+        EXPECT_EQ(proxy->moduleHandle(), system);
+        proxy->setLocked(false);
+        EXPECT_TRUE(linker()->unloadModule(good.c_str(), false));
+        EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 2"});
+        EXPECT_TRUE(mapped(good));
+    }
+    host.messages.clear();
+
+    fs::path second = dir / "second.krx";
+    fs::create_hard_link(kModules / "krxgood.krx", second);
+    std::u16string other = fromUtf8(second.string());
+    for (bool asCommand : {false, true}) {
+        EXPECT_FALSE(linker()->loadModule(other.c_str(), true, asCommand));
+        EXPECT_EQ(linker()->findRxModuleProxyByModuleName(other.c_str(), false), nullptr);
+        EXPECT_TRUE(host.messages.empty());
+        EXPECT_TRUE(events().empty());
+    }
+    lumplatform::closeLibrary(system);
+    EXPECT_FALSE(mapped(good));
 }

@@ -1,5 +1,6 @@
 // The platform loader on real files: the test modules, copies cut short, text files
 // and hand-made headers.
+#include "lumplatform/files.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
@@ -7,6 +8,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <elf.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -102,6 +105,11 @@ TEST_F(PlatformLoader, TellsMissingFromUnloadable) {
         EXPECT_EQ(lumplatform::openImage(u(file), error), nullptr) << cut;
         EXPECT_EQ(error, lumplatform::kImageNotLoadable) << cut;
     }
+    // A program of this machine is refused by the system; it is still no image to load.
+    fs::copy_file(fs::read_symlink("/proc/self/exe"), dir / "program.krx");
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(dir / "program.krx")));
+    EXPECT_EQ(lumplatform::openImage(u(dir / "program.krx"), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
     for (const std::string& bytes : {std::string("; not an image\n"), peImage(0x80, 0x8664, 0x200)}) {
         error = 0;
         EXPECT_EQ(lumplatform::openImage(u(write("other.krx", bytes)), error), nullptr);
@@ -173,4 +181,71 @@ TEST_F(PlatformLoader, SearchesProgramCurrentAndListedDirectories) {
     EXPECT_EQ(lumplatform::searchFile(u"./krxgood.krx"), u(dir / "krxgood.krx"));
     // PATH is the last resort.
     EXPECT_FALSE(lumplatform::searchFile(u"sh").empty());
+}
+
+// The full name is the canonical path whatever lies on the way: a link at the end or in
+// the middle, a name below a link that doesn't exist, a name through a file, and a folder
+// that became a link after its name was asked for once.
+TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
+    using lumplatform::fullPathName;
+    fs::path real = fs::canonical(dir);
+    fs::create_directories(real / "a" / "b");
+    write("a/b/m.krx", "x");
+    std::u16string plain = u(real / "a" / "b" / "m.krx");
+    EXPECT_EQ(fullPathName(plain), plain);
+    EXPECT_EQ(fullPathName(u(real / "a" / "." / "b" / ".." / "b" / "m.krx")), plain);
+
+    fs::create_symlink(real / "a" / "b" / "m.krx", real / "last.krx");
+    EXPECT_EQ(fullPathName(u(real / "last.krx")), plain);
+    fs::create_directory_symlink(real / "a", real / "mid");
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx")), plain);
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "absent.krx")), u(real / "a" / "b" / "absent.krx"));
+    EXPECT_EQ(fullPathName(u(real / "mid" / "b" / "m.krx" / "x")), plain + u"/x");
+    // The search gives the same full names, for files only.
+    EXPECT_EQ(lumplatform::searchFile(plain), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b" / "m.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b" / ".." / "b" / "m.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "last.krx")), plain);
+    EXPECT_EQ(lumplatform::searchFile(u(real / "a" / "b")), u"");
+    EXPECT_EQ(lumplatform::searchFile(u(real / "mid" / "b")), u"");
+
+    fs::create_directories(real / "c" / "b");
+    write("c/b/m.krx", "y");
+    fs::rename(real / "a", real / "old");
+    fs::create_directory_symlink(real / "c", real / "a");
+    EXPECT_EQ(fullPathName(plain), u(real / "c" / "b" / "m.krx"));
+    EXPECT_EQ(lumplatform::searchFile(plain), u(real / "c" / "b" / "m.krx"));
+}
+
+// A segment table placed far behind the header is read where it lies: whole, the module
+// is loadable; with a segment reaching past the end of the file it is refused.
+TEST_F(PlatformLoader, ReadsASegmentTableFarBehindTheHeader) {
+    std::string image = bytesOf(kModules / "krxgood.krx");
+    Elf64_Ehdr header;
+    std::memcpy(&header, image.data(), sizeof header);
+    std::string table = image.substr(header.e_phoff, size_t(header.e_phnum) * sizeof(Elf64_Phdr));
+    image.resize((image.size() + 4095) / 4096 * 4096 + 4096, '\0');
+    header.e_phoff = image.size();
+    std::memcpy(&image[0], &header, sizeof header);
+    EXPECT_TRUE(lumplatform::isLoadableImage(u(write("far.krx", image + table))));
+    // A table offset so large that the table's end wraps round to the file's start.
+    Elf64_Ehdr wrapped = header;
+    wrapped.e_phoff = ~uint64_t(0) - 8;
+    std::string bad = image + table;
+    std::memcpy(&bad[0], &wrapped, sizeof wrapped);
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(write("wrapped.krx", bad))));
+
+    for (size_t i = 0; i < header.e_phnum; ++i) {
+        Elf64_Phdr segment;
+        std::memcpy(&segment, &table[i * sizeof segment], sizeof segment);
+        if (segment.p_type != PT_LOAD) continue;
+        segment.p_filesz = image.size() + table.size() - segment.p_offset + 1;
+        std::memcpy(&table[i * sizeof segment], &segment, sizeof segment);
+        break;
+    }
+    int error = 0;
+    fs::path past = write("past.krx", image + table);
+    EXPECT_FALSE(lumplatform::isLoadableImage(u(past)));
+    EXPECT_EQ(lumplatform::openImage(u(past), error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
 }

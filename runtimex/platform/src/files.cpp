@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <fcntl.h>
 #include <cstdlib>
+#include <linux/openat2.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
@@ -49,8 +51,22 @@ unsigned fileKindAttributes(const std::u16string& path) {
     return S_ISDIR(st.st_mode) ? kAttributeDirectory : kAttributeNormal;
 }
 
+// True if no component of the absolute path is empty, "." or "..": it is normal as it is.
+static bool isNormal(const std::string& absolute) {
+    if (absolute == "/") return true;
+    for (size_t i = 0; i < absolute.size(); ++i) {
+        if (absolute[i] != '/') continue;
+        size_t end = absolute.find('/', i + 1);
+        size_t length = (end == std::string::npos ? absolute.size() : end) - i - 1;
+        if (length == 0 || (length <= 2 && absolute.compare(i + 1, length, "..", length) == 0))
+            return false;
+    }
+    return true;
+}
+
 // Folds "." and ".." and repeated separators of an absolute path, lexically.
 static std::string normalise(const std::string& absolute) {
+    if (isNormal(absolute)) return absolute;
     std::vector<std::string> parts;
     size_t i = 0;
     while (i < absolute.size()) {
@@ -69,6 +85,22 @@ static std::string normalise(const std::string& absolute) {
     return out.empty() ? "/" : out;
 }
 
+// True if the lexically normal absolute path `normal` names something that exists and
+// is reached without passing a link: it is then its own canonical path. One open that
+// refuses links answers what a walk reading each component as a link would; where the
+// system lacks that open, the walk answers.
+// `st`, if given, receives what the path names.
+static bool reachedWithoutLinks(const std::string& normal, struct stat* st = nullptr) {
+    open_how how{};
+    how.flags = O_PATH | O_CLOEXEC;
+    how.resolve = RESOLVE_NO_SYMLINKS;
+    int fd = int(syscall(SYS_openat2, AT_FDCWD, normal.c_str(), &how, sizeof how));
+    if (fd < 0) return false;
+    bool ok = !st || fstat(fd, st) == 0;
+    close(fd);
+    return ok;
+}
+
 std::u16string fullPathName(const std::u16string& path) {
     if (path.empty()) return {};
     std::string p = toUtf8(path);
@@ -78,6 +110,7 @@ std::u16string fullPathName(const std::u16string& path) {
         p = toUtf8(cwd) + "/" + p;
     }
     p = normalise(p);
+    if (reachedWithoutLinks(p)) return fromUtf8(p);
     // Follow links for the longest leading part that exists.
     std::string head = p, tail;
     while (true) {
@@ -93,6 +126,16 @@ std::u16string fullPathName(const std::u16string& path) {
         tail = head.substr(cut) + tail;
         head = cut == 0 ? "/" : head.substr(0, cut);
     }
+}
+
+std::u16string fullPathOfFile(const std::u16string& path) {
+    std::string p = toUtf8(path);
+    struct stat st;
+    // A normal absolute name reached without links is its own full name, and what it
+    // names is known from the same open.
+    if (!p.empty() && p[0] == '/' && isNormal(p) && reachedWithoutLinks(p, &st))
+        return S_ISREG(st.st_mode) ? path : std::u16string();
+    return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? fullPathName(path) : std::u16string();
 }
 
 std::FILE* openFileStream(const std::u16string& path, const char* mode) {

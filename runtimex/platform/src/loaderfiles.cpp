@@ -13,11 +13,6 @@
 
 namespace lumplatform {
 
-static bool isFile(const std::string& path) {
-    struct stat st;
-    return stat(path.c_str(), &st) == 0 && S_ISREG(st.st_mode);
-}
-
 static std::string programDirectory() {
     char buf[PATH_MAX];
     ssize_t n = readlink("/proc/self/exe", buf, sizeof buf - 1);
@@ -47,13 +42,15 @@ static void appendListVariable(const char* variable, std::vector<std::string>& d
 std::u16string searchFile(const std::u16string& name) {
     if (name.empty()) return {};
     std::string narrow = toUtf8(name);
-    if (narrow.find('/') != std::string::npos)
-        return isFile(narrow) ? fullPathName(name) : std::u16string();
+    if (narrow.find('/') != std::string::npos) return fullPathOfFile(name);
     std::vector<std::string> dirs{programDirectory(), currentDir()};
     appendListVariable("LUMRX_PATH", dirs);
     appendListVariable("PATH", dirs);
     for (const std::string& dir : dirs)
-        if (!dir.empty() && isFile(dir + "/" + narrow)) return fullPathName(fromUtf8(dir + "/" + narrow));
+        if (!dir.empty()) {
+            std::u16string full = fullPathOfFile(fromUtf8(dir + "/" + narrow));
+            if (!full.empty()) return full;
+        }
     return {};
 }
 

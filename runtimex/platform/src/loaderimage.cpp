@@ -51,46 +51,85 @@ static bool isPositionIndependentProgram(int fd, const std::vector<ElfW(Phdr)>& 
     return false;
 }
 
-// True if every segment the dynamic loader would map lies inside the file (a file cut
-// short would otherwise map and fault on first touch), and the file is no program.
-static bool segmentsLoadable(int fd, const ElfW(Ehdr)& header, uint64_t fileSize) {
+// The segment table of the file, read with its header in one go where it follows the
+// header closely, as it does in every linker's output; empty if the file holds none.
+static std::vector<ElfW(Phdr)> segmentTable(int fd, const ElfW(Ehdr)& header, uint64_t fileSize,
+                                            const unsigned char* head, size_t headBytes) {
     uint64_t tableEnd = uint64_t(header.e_phoff) + uint64_t(header.e_phnum) * sizeof(ElfW(Phdr));
-    if (header.e_phnum == 0 || tableEnd > fileSize) return false;
+    // An offset beyond the file would wrap the end around.
+    if (header.e_phnum == 0 || header.e_phoff > fileSize || tableEnd > fileSize) return {};
     std::vector<ElfW(Phdr)> segments(header.e_phnum);
     size_t bytes = segments.size() * sizeof(ElfW(Phdr));
-    if (pread(fd, segments.data(), bytes, off_t(header.e_phoff)) != ssize_t(bytes)) return false;
+    if (tableEnd <= headBytes)
+        std::memcpy(segments.data(), head + header.e_phoff, bytes);
+    else if (pread(fd, segments.data(), bytes, off_t(header.e_phoff)) != ssize_t(bytes))
+        return {};
+    return segments;
+}
+
+// True if every segment the dynamic loader would map lies inside the file: a file cut
+// short would otherwise map and fault on first touch.
+static bool segmentsInside(const std::vector<ElfW(Phdr)>& segments, uint64_t fileSize) {
     for (const ElfW(Phdr)& s : segments) {
         bool mapped = s.p_type == PT_LOAD || s.p_type == PT_DYNAMIC;
         if (mapped && (s.p_offset > fileSize || s.p_filesz > fileSize - s.p_offset)) return false;
     }
-    return !isPositionIndependentProgram(fd, segments);
+    return !segments.empty();
+}
+
+// True if the open file has the process's own format and all its mapped segments: the
+// dynamic loader may be given it without faulting. `segments` receives the table.
+static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments) {
+    unsigned char head[1024];
+    struct stat st;
+    ssize_t got = fstat(fd, &st) == 0 ? pread(fd, head, sizeof head, 0) : -1;
+    if (got < ssize_t(sizeof(ElfW(Ehdr)))) return false;
+    ElfW(Ehdr) header;
+    std::memcpy(&header, head, sizeof header);
+    if (!isOwnFormat(header)) return false;
+    segments = segmentTable(fd, header, uint64_t(st.st_size), head, size_t(got));
+    return segmentsInside(segments, uint64_t(st.st_size));
 }
 
 static bool isLoadableHere(const std::string& path) {
     int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
-    ElfW(Ehdr) header;
-    struct stat st;
-    bool ok = fstat(fd, &st) == 0 && pread(fd, &header, sizeof header, 0) == ssize_t(sizeof header) &&
-              isOwnFormat(header) && segmentsLoadable(fd, header, uint64_t(st.st_size));
+    std::vector<ElfW(Phdr)> segments;
+    bool ok = safeToMap(fd, segments) && !isPositionIndependentProgram(fd, segments);
     close(fd);
     return ok;
 }
 
 bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(path)); }
 
+// What a file named by path is to the loader before it sees it: absent (left to the
+// loader to report), safe to map, or not ours to load.
+enum class FileBefore { kAbsent, kSafe, kRefused };
+
+static FileBefore fileBeforeLoad(const std::string& path) {
+    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return access(path.c_str(), F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
+    std::vector<ElfW(Phdr)> segments;
+    bool safe = safeToMap(fd, segments);
+    close(fd);
+    return safe ? FileBefore::kSafe : FileBefore::kRefused;
+}
+
 void* openImage(const std::u16string& path, int& error) {
     std::string narrow = toUtf8(path);
     // A file named by path that isn't ours to load is refused before the dynamic loader
     // sees it; anything else it can't open (no file, a missing dependency or symbol)
-    // counts as missing.
+    // counts as missing, but for a program, which the loader refuses without running
+    // any of it.
     bool named = narrow.find('/') != std::string::npos;
-    if (named && access(narrow.c_str(), F_OK) == 0 && !isLoadableHere(narrow)) {
+    FileBefore before = named ? fileBeforeLoad(narrow) : FileBefore::kAbsent;
+    if (before == FileBefore::kRefused) {
         error = kImageNotLoadable;
         return nullptr;
     }
     void* handle = openLibrary(path);
     error = handle ? 0 : kImageMissing;
+    if (!handle && before == FileBefore::kSafe && !isLoadableHere(narrow)) error = kImageNotLoadable;
     return handle;
 }
 

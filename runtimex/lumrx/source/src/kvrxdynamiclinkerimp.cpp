@@ -303,29 +303,45 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openModule(const std::u16string& n
     // own, which keeps the table entry when the old one is flushed. Its count alone
     // doesn't tell: service dependencies move it too.
     if (existing && existing->goingOut()) existing = nullptr;
+    if (!existing) {
+        // Nothing of the table holds the image: it is loaded straight away. Had the system
+        // mapped it already (as another module's import, say), the load hands that image
+        // back, and the name it is mapped under tells whether it may get a proxy.
+        KvRxDynLoadModuleProxy* proxy = openImage(name, full, verbose, asCommand);
+        fresh = proxy != nullptr;
+        return proxy;
+    }
     if (void* mapped = lumplatform::mappedImage(full)) {
-        std::u16string path = lumplatform::imagePath(mapped);
-        if (path.empty()) {
-            if (verbose) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoadFailed, name.c_str());
-            return nullptr;
-        }
-        std::u16string normal = fullFileName(path.c_str());
-        if (!normal.empty()) path = normal;
-        if (LumCharOp::compareNoCase(path.c_str(), full.c_str()) != 0) return nullptr;
-        if (existing && asCommand) {
+        if (!mappedUnderFullName(mapped, name, full, verbose)) return nullptr;
+        if (asCommand) {
             if (verbose) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kAlreadyLoaded, name.c_str());
             return nullptr;
         }
-        if (existing) {
-            if (!(existing->loadOrigin() & 2)) existing->setLoadOrigin(3);
-            existing->addRef();
-            return existing;
-        }
-        // Mapped by the system, e.g. as another module's import: it gets its proxy now.
+        if (!(existing->loadOrigin() & 2)) existing->setLoadOrigin(3);
+        existing->addRef();
+        return existing;
     }
     KvRxDynLoadModuleProxy* proxy = openImage(name, full, verbose, asCommand);
     fresh = proxy != nullptr;
     return proxy;
+}
+
+// True if the mapped image `mapped` is the file of the full name `full`. An image whose
+// path can't be had fails too, with the load-failure message if `verbose`.
+bool KvRxDynamicLinkerImp::mappedUnderFullName(void* mapped, const std::u16string& name,
+                                               const std::u16string& full, bool verbose) {
+    std::u16string path = lumplatform::imagePath(mapped);
+    if (path.empty()) {
+        if (verbose) KvRxLinkerMessage::showMessage(KvRxLinkerMessage::kLoadFailed, name.c_str());
+        return false;
+    }
+    // The loader keeps the name it was given; the full name made just before is its own
+    // normal form.
+    if (path != full) {
+        std::u16string normal = fullFileName(path.c_str());
+        if (!normal.empty()) path = normal;
+    }
+    return LumCharOp::compareNoCase(path.c_str(), full.c_str()) == 0;
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
@@ -339,6 +355,10 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
     proxy->setModuleName(name.c_str());
     const char16_t* text = name.c_str();
     int error = proxy->loadImage();
+    if (error == 0 && !mappedUnderFullName(proxy->moduleHandle(), name, full, verbose)) {
+        delete proxy;  // mapped before under another name: its reference goes back
+        return nullptr;
+    }
     if (error != 0) {
         delete proxy;
         if (!verbose) return nullptr;

@@ -107,6 +107,8 @@ private:
     void storeModule(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
     KvRxDynLoadModuleProxy* openModule(const std::u16string& name, const std::u16string& full,
                                        bool verbose, bool asCommand, bool& fresh);
+    bool mappedUnderFullName(void* mapped, const std::u16string& name, const std::u16string& full,
+                             bool verbose);
     KvRxDynLoadModuleProxy* openImage(const std::u16string& name, const std::u16string& full,
                                       bool verbose, bool asCommand);
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);

@@ -26,6 +26,8 @@ unsigned fileKindAttributes(const std::u16string& path);
 // resolved and repeated separators folded; symbolic links are followed for the part of
 // the path that exists, so one file gives one text. Empty on failure.
 std::u16string fullPathName(const std::u16string& path);
+// fullPathName of `path` if `path` names a regular file, else empty.
+std::u16string fullPathOfFile(const std::u16string& path);
 
 // Opens a C stream on a file with a C mode ("rb", "wb", ...); null if it can't, and for
 // a folder, which is never opened.
