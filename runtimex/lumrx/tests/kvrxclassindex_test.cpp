@@ -7,8 +7,11 @@
 #include "kvrxmap.h"
 
 #include <memory>
+#include <string>
+#include <vector>
 
 using lumtest::RecordingCrashRecorder;
+using lumtest::utf8;
 
 namespace {
 
@@ -133,6 +136,35 @@ TEST_F(ClassIndexes, QueriesSeeEveryChangeOfTheMaps) {
     EXPECT_EQ(base->queryX(protocol), nullptr);
     EXPECT_EQ(late->queryX(protocol), nullptr);
     for (KvRxClass* c : {late, derived, base}) deleteKvRxClass(c);
+}
+
+// Waiting classes link in the case-blind name order of the class dictionary, whether
+// they are most of it (taken from a walk of the dictionary) or a few among many
+// (sorted): a parent's children stand in the order they linked.
+TEST_F(ClassIndexes, WaitingClassesLinkInNameOrderFewOrMany) {
+    RecordingCrashRecorder recorder;
+    std::vector<KvRxClass*> made;
+    auto childrenLineOf = [&](const char16_t* parentName, int bystanders) {
+        for (int i = 0; i < bystanders; ++i) {
+            std::u16string name = u"TestOrderBystander";
+            for (char c : std::to_string(i)) name.push_back(char16_t(c));
+            made.push_back(newKvRxClass(name.c_str(), u"OvRxObject"));
+        }
+        kvrxBuildClassHierarchy();
+        KvRxClass* parent = newKvRxClass(parentName, u"OvRxObject");
+        for (const char16_t* child : {u"testOrderc", u"TestOrderB", u"testordera", u"TESTORDERD"})
+            made.push_back(newKvRxClass((std::u16string(parentName) + child).c_str(), parentName));
+        kvrxBuildClassHierarchy();
+        size_t before = recorder.lines.size();
+        deleteKvRxClass(parent);
+        KvRxClassState::destroyDoomedRxClasses(true);
+        return recorder.lines.size() == before + 1 ? utf8(recorder.lines.back()) : std::string();
+    };
+    EXPECT_EQ(childrenLineOf(u"P", 0),
+              "ModuleName: , ClassName: P , SubClassNames: Ptestordera,PTestOrderB,PtestOrderc,PTESTORDERD, ");
+    EXPECT_EQ(childrenLineOf(u"Q", 200),
+              "ModuleName: , ClassName: Q , SubClassNames: Qtestordera,QTestOrderB,QtestOrderc,QTESTORDERD, ");
+    for (KvRxClass* c : made) deleteKvRxClass(c);
 }
 
 }  // namespace

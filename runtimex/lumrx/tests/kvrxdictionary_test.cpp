@@ -599,4 +599,36 @@ TEST_F(DictionaryTest, StringComparisonAndCopy) {
     EXPECT_TRUE(target.ignoresCase());
 }
 
+// The key order passes over a long shared start in groups of units; it must answer as a
+// comparison of the whole texts: case met inside the shared start, a zero unit inside a
+// counted key, one key the start of another, and units that fold outside ASCII.
+TEST_F(DictionaryTest, KeyOrderOverLongSharedStartsAnswersAsTheWholeTexts) {
+    std::vector<std::unique_ptr<KvRxString>> keys;
+    const char16_t* texts[] = {u"BenchMany1", u"BenchMany10", u"benchmany100", u"BENCHMANY2",
+                               u"BenchManyA", u"BenchManya", u"BenchMan", u"AbcdEfghIjkl",
+                               u"abcdefghijkm", u"Ab\u00c4d\u00e4", u"Ab\u00e4D\u00c4x", u"A"};
+    for (bool ignoreCase : {true, false}) {
+        for (const char16_t* text : texts) keys.push_back(std::make_unique<KvRxString>(text, ignoreCase));
+        // Counted keys with a zero inside, after an equal start of four units and more.
+        keys.push_back(std::make_unique<KvRxString>(u"AbcdEf", 12, ignoreCase));
+        keys.push_back(std::make_unique<KvRxString>(u"abcdef", 12, ignoreCase));
+        keys.push_back(std::make_unique<KvRxString>(u"AbcdEfg", 12, ignoreCase));
+        // A zero inside the first group, different units after it: the texts are equal.
+        for (const char16_t* units : {u"Ab\0dwxyz", u"Ab\0dabcd"}) {
+            keys.push_back(std::make_unique<KvRxString>(u"", ignoreCase));
+            LumCharOp::copy(keys.back()->getBuffer(8), units, 9);
+            keys.back()->releaseBuffer(8);
+        }
+    }
+    for (const auto& a : keys) {
+        for (const auto& b : keys) {
+            if (a->ignoresCase() != b->ignoresCase()) continue;
+            int whole = a->ignoresCase() ? LumCharOp::compareNoCase(a->text(), b->text())
+                                         : LumCharOp::compare(a->text(), b->text());
+            EXPECT_EQ(KvRxString::less(a.get(), b.get()), whole < 0)
+                << utf8(a->text()) << " against " << utf8(b->text());
+        }
+    }
+}
+
 }  // namespace

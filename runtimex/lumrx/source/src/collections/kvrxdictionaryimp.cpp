@@ -210,10 +210,10 @@ bool KvRxDictionaryImp::resetKey(const char16_t* oldKey, const char16_t* newKey)
     return slot >= 0 && resetSlotKey(slot, newKey);
 }
 
-KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
+KvRxObject* KvRxDictionaryImp::removeSlot(int slot, uint32_t hash) {
     Entry& e = entries.data[slot];
     if (sortedIndex) sortedIndex->erase(slot);
-    keyIndex.erase(entries.data, slot);
+    keyIndex.erase(entries.data, slot, hash);
     KvRxString* key = e.key;
     KvRxObject* value = e.value;
     e.key = nullptr;
@@ -230,12 +230,14 @@ KvRxObject* KvRxDictionaryImp::removeSlot(int slot) {
 
 KvRxObject* KvRxDictionaryImp::remove(unsigned int id) {
     int slot = liveSlot(id);
-    return slot < 0 ? nullptr : removeSlot(slot);
+    return slot < 0 ? nullptr : removeSlot(slot, keyIndex.hashOfSlot(entries.data, slot));
 }
 
 KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
-    int slot = find(key);
-    return slot < 0 ? nullptr : removeSlot(slot);
+    if (!key || !*key) return nullptr;
+    uint32_t hash;
+    int slot = keyIndex.find(entries.data, key, hash);
+    return slot < 0 ? nullptr : removeSlot(slot, hash);
 }
 
 void KvRxDictionaryImp::clear(bool deleteValues) {

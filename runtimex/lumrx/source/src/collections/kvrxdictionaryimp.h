@@ -83,7 +83,8 @@ private:
         return entries.data[id - 1].key ? int(id - 1) : -1;
     }
     KvRxObject* replaceValue(int slot, KvRxObject* object);
-    KvRxObject* removeSlot(int slot);
+    // `hash` is the key index's hash of the slot's key.
+    KvRxObject* removeSlot(int slot, uint32_t hash);
     bool resetSlotKey(int slot, const char16_t* newKey);
     bool takenInIndex(const KvRxString* key) const;
     void setLength(int n);

@@ -59,10 +59,20 @@ int64_t KvRxDictionaryKeyIndex::bucketOf(const KvRxDictionaryEntry* data, const 
 }
 
 int KvRxDictionaryKeyIndex::find(const KvRxDictionaryEntry* data, const char16_t* text) const {
+    uint32_t hash;
+    return find(data, text, hash);
+}
+
+int KvRxDictionaryKeyIndex::find(const KvRxDictionaryEntry* data, const char16_t* text, uint32_t& hash) const {
     int32_t length;
-    uint32_t hash = hashOf(text, length);
+    hash = hashOf(text, length);
     int64_t i = bucketOf(data, text, length, hash);
     return i < 0 ? -1 : buckets[size_t(i)].slot;
+}
+
+uint32_t KvRxDictionaryKeyIndex::hashOfSlot(const KvRxDictionaryEntry* data, int slot) const {
+    int32_t length;
+    return hashOf(data[slot].key->text(), length);
 }
 
 // Keeps the table at most three quarters full, erased buckets counted, so that every
@@ -147,11 +157,22 @@ void KvRxDictionaryKeyIndex::dropFromChain(int32_t slot, Bucket& bucket) {
     }
 }
 
-void KvRxDictionaryKeyIndex::erase(const KvRxDictionaryEntry* data, int slot) {
+void KvRxDictionaryKeyIndex::erase(const KvRxDictionaryEntry* data, int slot, uint32_t hash) {
+    if (sameKey.empty()) {
+        // No key is held by two slots, so every live slot names its own bucket: the
+        // probe looks for the slot itself and compares no text.
+        if (buckets.empty()) return;
+        size_t mask = buckets.size() - 1;
+        for (size_t i = hash & mask; buckets[i].slot != kEmpty; i = (i + 1) & mask) {
+            if (buckets[i].slot == slot) {
+                dropFromChain(slot, buckets[i]);
+                return;
+            }
+        }
+        return;
+    }
     const KvRxString* key = data[slot].key;
-    int32_t length;
-    uint32_t hash = hashOf(key->text(), length);
-    int64_t i = bucketOf(data, key->text(), length, hash);
+    int64_t i = bucketOf(data, key->text(), key->length(), hash);
     if (i >= 0) dropFromChain(slot, buckets[size_t(i)]);
 }
 

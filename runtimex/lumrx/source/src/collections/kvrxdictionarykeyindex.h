@@ -31,10 +31,16 @@ public:
 
     // The lowest live slot whose key matches `text`, or -1. `text` isn't empty.
     int find(const KvRxDictionaryEntry* data, const char16_t* text) const;
+    // The same, giving the hash of `text`, which is the hash of the found slot's key.
+    int find(const KvRxDictionaryEntry* data, const char16_t* text, uint32_t& hash) const;
+    // The hash of the key of the live `slot`.
+    uint32_t hashOfSlot(const KvRxDictionaryEntry* data, int slot) const;
     // Enters `slot`, whose key is already stored in `data`.
     void insert(const KvRxDictionaryEntry* data, int slot);
     // Takes `slot` out; its key is still stored in `data`.
-    void erase(const KvRxDictionaryEntry* data, int slot);
+    void erase(const KvRxDictionaryEntry* data, int slot) { erase(data, slot, hashOfSlot(data, slot)); }
+    // The same, with the hash of the slot's key.
+    void erase(const KvRxDictionaryEntry* data, int slot, uint32_t hash);
     void clear();
 
     size_t bytesUsed() const;

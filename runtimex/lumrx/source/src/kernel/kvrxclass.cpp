@@ -125,7 +125,7 @@ void kvrxBuildClassHierarchy() {
     if (!g) return;
     // Only the waiting classes, in the name order of the class dictionary. A parent need
     // only be registered, not linked.
-    g->pendingClasses.linkInOrder([](KvRxClass* c) { KvRxClassState::of(c)->link(); });
+    g->pendingClasses.linkInOrder(g->classDictionary, [](KvRxClass* c) { KvRxClassState::of(c)->link(); });
 }
 
 int kvrxQueueClassForInitialization(KvRxClass*) { return 0; }

@@ -4,13 +4,18 @@
 
 #include <cstring>
 
-KvRxClassAncestry::~KvRxClassAncestry() { _lumFree(m_chain); }
+KvRxClassAncestry::~KvRxClassAncestry() {
+    if (m_chain != m_inline) _lumFree(m_chain);
+}
 
 bool KvRxClassAncestry::resize(int depth) {
-    if (m_chain && depth == m_depth) return true;
-    auto* chain = static_cast<const KvRxClass**>(_lumMalloc(sizeof(const KvRxClass*) * size_t(depth + 1)));
-    if (!chain) return false;
-    _lumFree(m_chain);
+    if (depth == m_depth) return true;
+    const KvRxClass** chain = m_inline;
+    if (depth >= kInline) {
+        chain = static_cast<const KvRxClass**>(_lumMalloc(sizeof(const KvRxClass*) * size_t(depth + 1)));
+        if (!chain) return false;
+    }
+    if (m_chain != m_inline) _lumFree(m_chain);
     m_chain = chain;
     m_depth = depth;
     return true;

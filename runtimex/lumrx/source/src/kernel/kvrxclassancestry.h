@@ -1,8 +1,9 @@
 // The chain of a class's ancestors, for kind tests that take the same time at any
 // depth and for a miss as for a hit.
 //
-// Owned by the class state that holds it; owns its array (from _lumMalloc), not the
-// classes in it.
+// Owned by the class state that holds it. A line of up to kInline classes lives in the
+// object itself; a longer one in an array from _lumMalloc that the object owns. It owns
+// none of the classes in it.
 //
 // Invariant: `chain[0..depth]` is the class's line along its parent links, from the
 // topmost class it reaches (the root, or a class still waiting for its parent) down
@@ -37,11 +38,17 @@ public:
     // The class at `depth` of the line (0 is the top); `depth` at most depth().
     const KvRxClass* at(int depth) const { return m_chain[depth]; }
     // Bytes held beside the object.
-    unsigned long heapBytes() const { return (unsigned long)(m_depth + 1) * sizeof(const KvRxClass*); }
+    unsigned long heapBytes() const {
+        return m_chain == m_inline ? 0 : (unsigned long)(m_depth + 1) * sizeof(const KvRxClass*);
+    }
 
 private:
+    // Most class trees are shallower than this: their lines take no allocation.
+    static const int kInline = 8;
+
     bool resize(int depth);
 
-    const KvRxClass** m_chain = nullptr;
+    const KvRxClass* m_inline[kInline] = {};
+    const KvRxClass** m_chain = m_inline;  // m_inline, or an owned array
     int m_depth = 0;
 };

@@ -22,7 +22,8 @@ size_t KvRxClassNameIndex::FoldedHash::operator()(const char16_t* text) const {
 }
 
 bool KvRxClassNameIndex::FoldedEqual::operator()(const char16_t* a, const char16_t* b) const {
-    return LumCharOp::compareNoCase(a, b) == 0;
+    // The destroy walk asks with the class's own copy, the key itself.
+    return a == b || LumCharOp::compareNoCase(a, b) == 0;
 }
 
 KvRxClass* KvRxClassNameIndex::find(const char16_t* name) const {

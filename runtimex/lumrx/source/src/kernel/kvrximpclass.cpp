@@ -42,13 +42,32 @@ KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoC
     : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
       m_rxClass(rxClass) {}
 
-bool KvRxClassState::copyNames(const Registration& r) {
-    m_className = _lumStrdup(r.name);
-    m_parentName = _lumStrdup(r.parentName);
-    m_dxfName = _lumStrdup(r.dxfName);
-    m_appName = _lumStrdup(r.appName);
-    return m_className && (m_parentName || !r.parentName) && (m_dxfName || !r.dxfName) &&
-           (m_appName || !r.appName);
+namespace {
+
+size_t textBytes(const char16_t* text) {
+    return text ? (size_t(LumCharOp::length(text)) + 1) * sizeof(char16_t) : 0;
+}
+
+}  // namespace
+
+size_t KvRxClassState::namesBytes(const Registration& r) {
+    return textBytes(r.name) + textBytes(r.parentName) + textBytes(r.dxfName) + textBytes(r.appName);
+}
+
+void KvRxClassState::placeNames(const Registration& r) {
+    auto* next = reinterpret_cast<char16_t*>(this + 1);
+    auto place = [&next](const char16_t* text) -> const char16_t* {
+        if (!text) return nullptr;
+        size_t units = textBytes(text) / sizeof(char16_t);
+        char16_t* copy = LumCharOp::copy(next, text, unsigned(units));
+        next += units;
+        return copy;
+    };
+    m_className = place(r.name);
+    m_parentName = place(r.parentName);
+    m_dxfName = place(r.dxfName);
+    m_appName = place(r.appName);
+    m_namesBytes = unsigned(reinterpret_cast<char*>(next) - reinterpret_cast<char*>(this + 1));
 }
 
 KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxClass) {
@@ -58,9 +77,11 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
 
     bool made = rxClass == nullptr;
     if (made) rxClass = new KvRxClass();
-    void* block = _lumMalloc(sizeof(KvRxClassState));
+    // The state and its names in one block.
+    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r));
     KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl && (!impl->copyNames(r) || !impl->m_ancestry.makeTop(rxClass))) {
+    if (impl) impl->placeNames(r);
+    if (impl && !impl->m_ancestry.makeTop(rxClass)) {
         delete impl;
         impl = nullptr;
     }
@@ -99,10 +120,6 @@ KvRxClassState::~KvRxClassState() {
     delete m_children;
     delete m_peMap;
     freeOverruleNodes();
-    _lumStrdupFree(m_parentName);
-    _lumStrdupFree(m_className);
-    _lumStrdupFree(m_dxfName);
-    _lumStrdupFree(m_appName);
     delete m_contextMenus;
 }
 
@@ -142,9 +159,7 @@ int KvRxClassState::nameFamily(int (*familyOfName)(const char16_t*)) const {
 }
 
 unsigned long KvRxClassState::footprint() const {
-    auto text = [](const char16_t* s) { return s ? (LumCharOp::length(s) + 1) * sizeof(char16_t) : 0; };
-    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_ancestry.heapBytes() + text(m_className) +
-           text(m_parentName) + text(m_dxfName) + text(m_appName);
+    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes();
 }
 
 void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
@@ -248,7 +263,6 @@ void KvRxClassState::link() {
     parentImpl->m_children->append(m_rxClass);
     m_parent = parent;
     inheritFrom(parentImpl);
-    _lumStrdupFree(m_parentName);
     m_parentName = nullptr;
 }
 

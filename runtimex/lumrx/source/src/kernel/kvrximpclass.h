@@ -1,6 +1,7 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
-// Owned by its KvRxClass. Owns: its copies of the four names (_lumStrdup), its
+// Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
+// of the four names, freed with the state. Owns: its
 // `children` list (not the child classes), its context-menu array (not the objects
 // or menus in it), its protocol-extension map (not the protocol classes or the
 // extension objects) and the nodes of its twelve overrule lists (not the overrules).
@@ -119,7 +120,9 @@ private:
     };
 
     KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
-    bool copyNames(const Registration& r);
+    // The bytes of the names that follow the state in its block.
+    static size_t namesBytes(const Registration& r);
+    void placeNames(const Registration& r);
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
@@ -146,10 +149,12 @@ private:
     KvRxMemberBuilder m_memberBuilder = nullptr;
     KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
     KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
-    char16_t* m_parentName = nullptr;
-    char16_t* m_className = nullptr;
-    char16_t* m_dxfName = nullptr;
-    char16_t* m_appName = nullptr;
+    // In the state's own block; the parent name is dropped once linked.
+    const char16_t* m_parentName = nullptr;
+    const char16_t* m_className = nullptr;
+    const char16_t* m_dxfName = nullptr;
+    const char16_t* m_appName = nullptr;
+    unsigned m_namesBytes = 0;
     void* m_memberBuilderData = nullptr;
     KvRxClass* m_rxClass;
     int m_version = 0;

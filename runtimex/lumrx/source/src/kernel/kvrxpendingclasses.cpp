@@ -1,9 +1,12 @@
 #include "kernel/kvrxpendingclasses.h"
 
+#include "kernel/kvrximpclass.h"
 #include "kvrxclass.h"
+#include "kvrxdictionary.h"
 #include "lumosbase.h"
 
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 void KvRxPendingClasses::remove(KvRxClass* aClass) {
@@ -21,4 +24,24 @@ void KvRxPendingClasses::sortByName() {
         return LumCharOp::compareNoCase(a.first, b.first) < 0;
     });
     for (size_t i = 0; i < named.size(); ++i) m_classes[i] = named[i].second;
+}
+
+void KvRxPendingClasses::putInNameOrder(KvRxDictionary* classes) {
+    // A sort costs about log2(n) name comparisons per waiting class, a walk one step per
+    // class of the dictionary: the walk wins once a sixteenth of the classes wait.
+    if (m_classes.size() > 1 && m_classes.size() * 16 >= classes->numEntries())
+        takeFromSortedWalk(classes);
+    else
+        sortByName();
+}
+
+void KvRxPendingClasses::takeFromSortedWalk(KvRxDictionary* classes) {
+    std::vector<KvRxClass*> inOrder;
+    inOrder.reserve(m_classes.size());
+    std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictSorted));
+    for (; !it->done(); it->next()) {
+        KvRxClass* c = kvrxClassValue(it->object());
+        if (KvRxClassState::of(c)->isPending()) inOrder.push_back(c);
+    }
+    m_classes.swap(inOrder);
 }

@@ -6,34 +6,41 @@
 // Invariant: the list holds exactly the classes of the class dictionary whose parent
 // name is still set. Registration adds a class that names a parent; linking takes out
 // what it linked; the destroy walk takes a class out when it leaves the dictionary.
-// takeInOrder gives them in the order of the sorted class dictionary (names compared
-// without regard to case), the order in which a walk of the dictionary met them.
+// linkInOrder gives them in the order of the sorted class dictionary (names compared
+// without regard to case), the order in which a walk of the dictionary met them: when
+// they are a good part of the dictionary it takes them from such a walk, picking the
+// classes whose parent name is set, which by the invariant are exactly the list;
+// otherwise it sorts the list by name.
 #pragma once
 
 #include <cstddef>
 #include <vector>
 
 class KvRxClass;
+class KvRxDictionary;
 
 class KvRxPendingClasses {
 public:
     void add(KvRxClass* aClass) { m_classes.push_back(aClass); }
     void remove(KvRxClass* aClass);
     bool empty() const { return m_classes.empty(); }
-    // Links each class in name order with `link`. Classes after one whose link throws
-    // stay, that one included, and the exception goes on.
+    // Links each class in the name order of `classes`, the class dictionary, with
+    // `link`. Classes after one whose link throws stay, that one included, and the
+    // exception goes on.
     template <class Link>
-    void linkInOrder(Link link);
+    void linkInOrder(KvRxDictionary* classes, Link link);
 
 private:
+    void putInNameOrder(KvRxDictionary* classes);
     void sortByName();
+    void takeFromSortedWalk(KvRxDictionary* classes);
 
     std::vector<KvRxClass*> m_classes;
 };
 
 template <class Link>
-void KvRxPendingClasses::linkInOrder(Link link) {
-    sortByName();
+void KvRxPendingClasses::linkInOrder(KvRxDictionary* classes, Link link) {
+    putInNameOrder(classes);
     std::size_t linked = 0;
     try {
         for (; linked < m_classes.size(); ++linked) link(m_classes[linked]);
