@@ -48,7 +48,9 @@ KvRxObject* KvRxClass::addX(KvRxClass* protocolClass, KvRxObject* object) {
 }
 KvRxObject* KvRxClass::getX(const KvRxClass* protocolClass) { return m_impl->getX(protocolClass); }
 KvRxObject* KvRxClass::delX(KvRxClass* protocolClass) { return m_impl->delX(protocolClass); }
-KvRxObject* KvRxClass::queryX(const KvRxClass* protocolClass) { return m_impl->queryX(protocolClass); }
+KvRxObject* KvRxClass::queryX(const KvRxClass* protocolClass) {
+    return KvRxClassState::of(this)->queryX(protocolClass);
+}
 KvRxMemberCollection* KvRxClass::members() const { return nullptr; }
 const KvRxSet* KvRxClass::descendants() const { return nullptr; }
 

@@ -133,7 +133,7 @@ KvRxPEClassMap* KvRxImpClass::protocolMap() const {
 }
 
 KvRxOverruleNode* KvRxImpClass::overruleHead(int family) const {
-    return static_cast<const KvRxClassState*>(this)->m_overruleHeads[family];
+    return static_cast<const KvRxClassState*>(this)->overruleList(family);
 }
 
 KvRxObject* KvRxClassState::addX(KvRxClass* protocolClass, KvRxObject* object) {
@@ -148,15 +148,6 @@ KvRxObject* KvRxClassState::addX(KvRxClass* protocolClass, KvRxObject* object) {
 KvRxObject* KvRxClassState::getX(const KvRxClass* protocolClass) { return queryX(protocolClass); }
 
 KvRxObject* KvRxClassState::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
-
-KvRxObject* KvRxClassState::queryX(const KvRxClass* protocolClass) {
-    return protocolClass ? peMap()->at(protocolClass) : nullptr;
-}
-
-int KvRxClassState::nameFamily(int (*familyOfName)(const char16_t*)) const {
-    if (m_nameFamily < 0) m_nameFamily = static_cast<signed char>(familyOfName(m_className));
-    return m_nameFamily;
-}
 
 unsigned long KvRxClassState::footprint() const {
     return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes();

@@ -14,6 +14,7 @@
 #pragma once
 
 #include "kernel/kvrxclassancestry.h"
+#include "kernel/kvrxpeclassmap.h"
 #include "kvrxclass.h"
 #include "kvrxcollection.h"
 #include "kvrxoverrule.h"
@@ -64,8 +65,11 @@ public:
     KvRxObject* addX(KvRxClass* protocolClass, KvRxObject* object) override;
     KvRxObject* getX(const KvRxClass* protocolClass) override;
     KvRxObject* delX(KvRxClass* protocolClass) override;
-    // The extension of this class, own or inherited; null for a null protocol class.
-    KvRxObject* queryX(const KvRxClass* protocolClass) override;
+    // The extension of this class, own or inherited; null for a null protocol class. A
+    // class without a map has never held an extension, its own or copied down.
+    KvRxObject* queryX(const KvRxClass* protocolClass) override {
+        return protocolClass && m_peMap ? m_peMap->at(protocolClass) : nullptr;
+    }
     KvRxObject* create() override;
     const char16_t* appName() const override { return m_appName; }
     const char16_t* dxfName() const override { return m_dxfName; }
@@ -108,7 +112,12 @@ public:
     const KvRxClassAncestry& ancestry() const { return m_ancestry; }
     // The overrule family that the class's own name stands for (0 to 11), or
     // kOverruleFamilyCount; `familyOfName` finds it at the first call.
-    int nameFamily(int (*familyOfName)(const char16_t*)) const;
+    int nameFamily(int (*familyOfName)(const char16_t*)) const {
+        if (m_nameFamily < 0) m_nameFamily = static_cast<signed char>(familyOfName(m_className));
+        return m_nameFamily;
+    }
+    // The first node of the class's list of `family`; null if the list is empty.
+    KvRxOverruleNode* overruleList(int family) const { return m_overruleHeads[family]; }
     // Bytes the class takes, its name texts and its ancestry included.
     unsigned long footprint() const;
 

@@ -90,8 +90,7 @@ KvRxObject* KvRxPEClassMapImp::put(const KvRxObject* key, KvRxObject* value) {
     return old;
 }
 
-KvRxObject* KvRxPEClassMapImp::at(const KvRxObject* key) const {
-    if (m_lastQuery.holds(key)) return m_lastQuery.value;
+KvRxObject* KvRxPEClassMapImp::lookUp(const KvRxObject* key) const {
     auto node = m_nodes.find(key);
     KvRxObject* value = node == m_nodes.end() ? nullptr : node->second;
     m_lastQuery.fill(key, value);

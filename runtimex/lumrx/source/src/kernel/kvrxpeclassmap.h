@@ -24,7 +24,10 @@ public:
     void removeAll() override;
     KvRxObject* put(KvRxGenericMapIterator* iterator, KvRxObject* value) override;
     KvRxObject* put(const KvRxObject* key, KvRxObject* value) override;
-    KvRxObject* at(const KvRxObject* key) const override;
+    // The last answer is checked here, so a repeated query costs one compare.
+    KvRxObject* at(const KvRxObject* key) const override {
+        return m_lastQuery.holds(key) ? m_lastQuery.value : lookUp(key);
+    }
     KvRxGenericMapIterator* find(const KvRxObject* key) override;
     bool has(const KvRxObject* key) const override;
     unsigned int size() const override;
@@ -35,6 +38,8 @@ public:
 
 private:
     friend class KvRxPEClassMapIteratorImp;
+    // A look-up in the tree; its answer becomes the last one.
+    KvRxObject* lookUp(const KvRxObject* key) const;
     Nodes m_nodes;
     mutable KvRxPEQueryCache m_lastQuery;
 };

@@ -24,7 +24,8 @@ const char16_t* const kFamilyNames[kOverruleFamilyCount] = {
 // The class of `cls`'s line that stands directly below "OvRxOverrule", or null: one
 // look at the line, which holds "OvRxOverrule" at its own depth if it passes there.
 KvRxClass* familyClassOf(KvRxClass* cls) {
-    KvRxClass* overruleRoot = KvRxOverrule::desc();
+    // desc() answers from gpDesc once it is known; read it here without the call.
+    KvRxClass* overruleRoot = KvRxOverrule::gpDesc ? KvRxOverrule::gpDesc : KvRxOverrule::desc();
     const KvRxClassState* state = KvRxClassState::of(cls);
     if (!overruleRoot || !state) return nullptr;
     const KvRxClassAncestry& line = state->ancestry();
@@ -95,10 +96,10 @@ bool KvRxOverrule::isOverruling() { return gIsOverruling; }
 
 bool KvRxOverrule::hasOverrule(const KvRxObject* subject, KvRxClass* overruleClass) {
     if (!subject || !overruleClass) return false;
-    KvRxImpClass* impl = KvRxImpClass::getImplRxClass(subject->isA());
-    if (!impl) return false;
+    const KvRxClassState* state = KvRxClassState::of(subject->isA());
+    if (!state) return false;
     int family = familyOf(overruleClass);
-    return family != kOverruleFamilyCount && impl->overruleHead(family) != nullptr;
+    return family != kOverruleFamilyCount && state->overruleList(family) != nullptr;
 }
 
 KvRxObject* KvRxQueryXOverrule::queryX(const KvRxObject*, const KvRxClass*) const {
