@@ -69,8 +69,11 @@ char16_t* firstBackslash(char16_t* p, size_t n) {
     constexpr size_t kBlock = 32;
     size_t i = 0;
     for (; i + kBlock <= n; i += kBlock) {
-        bool hit = false;
-        for (size_t k = 0; k < kBlock; ++k) hit |= (p[i + k] == u'\\') | (p[i + k] == 0);
+        uint16_t hit = 0;  // a 16-bit flag, so that the test stays in vector lanes
+        for (size_t k = 0; k < kBlock; ++k) {
+            uint16_t unit = p[i + k];
+            hit |= uint16_t((unit == u'\\') | (unit == 0));
+        }
         if (hit) break;
     }
     while (p[i] && p[i] != u'\\') ++i;

@@ -80,6 +80,45 @@ TEST_F(ModuleTest, LoadImageFailuresKeepTheDirectory) {
     }
 }
 
+TEST_F(ModuleTest, LoadImageRunsInTheFolderTheNameReaches) {
+    std::u16string cwd = lumplatform::currentDirectory();
+    // The folder is current already: the image runs there, and it stays current.
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8(kModules.string())));
+    KvRxDynLoadModuleProxy* proxy = namedProxy(modulePath("krxgood.krx"));
+    EXPECT_EQ(proxy->loadImage(), 0);
+    EXPECT_EQ(events(), std::vector<std::string>{"krxgood mapped " + kModules.string()});
+    EXPECT_EQ(lumplatform::currentDirectory(), fromUtf8(kModules.string()));
+    delete proxy;
+
+    // A folder named through "..", from a current folder elsewhere: the image runs in
+    // the folder the name reaches, and a file cut short there is refused by its check.
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8(dir.string())));
+    fs::create_directories(dir / "sub");
+    fs::copy_file(kModules / "krxgood.krx", dir / "copy.krx");
+    std::string bytes(1024, '\0');
+    std::ifstream(dir / "copy.krx", std::ios::binary).read(&bytes[0], std::streamsize(bytes.size()));
+    std::ofstream(dir / "cut.krx", std::ios::binary) << bytes;
+    proxy = namedProxy(fromUtf8((dir / "sub" / ".." / "copy.krx").string()));
+    EXPECT_EQ(proxy->loadImage(), 0);
+    EXPECT_EQ(events(), std::vector<std::string>{"krxgood mapped " + dir.string()});
+    delete proxy;
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8((dir / "sub").string())));
+    proxy = namedProxy(fromUtf8((dir / "sub" / ".." / "cut.krx").string()));
+    EXPECT_EQ(proxy->loadImage(), 193);
+    EXPECT_EQ(lumplatform::currentDirectory(), fromUtf8((dir / "sub").string()));
+    delete proxy;
+
+    // A current folder that can't be read any more can't be set back: the module's
+    // folder stays current.
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8((dir / "sub").string())));
+    fs::remove(dir / "sub");
+    proxy = namedProxy(modulePath("krxgood.krx"));
+    EXPECT_EQ(proxy->loadImage(), 0);
+    EXPECT_EQ(lumplatform::currentDirectory(), fromUtf8(kModules.string()));
+    delete proxy;
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(cwd));
+}
+
 TEST_F(ModuleTest, MessagesReachTheEntryPointWithTheModuleCurrent) {
     KvRxDynLoadModuleProxy* proxy = namedProxy(modulePath("krxgood.krx"));
     ASSERT_EQ(proxy->loadImage(), 0);

@@ -139,6 +139,46 @@ TEST(KvStringForms, EveryUnitOfThePlaneSurvivesTheNarrowForm) {
     }
 }
 
+// Long texts are converted a block at a time where the page allows; each piece of one
+// must come out as it does alone, units at the edges of the tables included.
+TEST(KvStringForms, LongTextsConvertAsTheirPiecesDo) {
+    const std::u16string pieces[] = {u"plain text of twenty", u"\u0001", u"\u007F", u"\u0080", u"\u00FF",
+                                     u"\u0100", u"\u20AC", u"\u3042", u"\uFF61", u"\uFFFF", u"\xD800",
+                                     u"\\", u"x"};
+    std::u16string text;
+    std::string narrow;
+    for (int round = 0; round < 3; ++round)
+        for (const std::u16string& piece : pieces) {
+            text += piece;
+            narrow += KvString(piece.c_str()).ansiPtr();
+        }
+    KvString s(text.c_str());
+    EXPECT_EQ(narrow, s.ansiPtr());
+    KvString back(narrow.c_str());
+    EXPECT_EQ(text, wide(back));
+    EXPECT_EQ(int(text.size()), back.length());
+    EXPECT_EQ(back.length(), back.capacity());  // a converted text has no spare room
+
+    // Bytes of a single-byte page that it gives no unit of its own, inside a long run of
+    // plain bytes, beside bytes at the edge of its table.
+    for (const char* odd : {"\x81", "\x8D", "\x9D\xFF", "\xA0", "\xFF", "\x01"}) {
+        if (dbcs()) break;
+        std::string run(40, 'a');
+        std::string bytes = run + odd + run;
+        EXPECT_EQ(std::u16string(wide(KvString(run.c_str()))) + wide(KvString(odd)) + wide(KvString(run.c_str())),
+                  wide(KvString(bytes.c_str())));
+    }
+
+    // Escapes beyond any room a plain text of the length would need.
+    std::u16string outside(700, u'\u0100');
+    std::string escapes;
+    for (size_t i = 0; i < outside.size(); ++i) escapes += "\\U+0100";
+    EXPECT_EQ(escapes, KvString(outside.c_str()).ansiPtr());
+    KvString escaped(escapes.c_str());
+    EXPECT_EQ(outside, wide(escaped));
+    EXPECT_EQ(700, escaped.capacity());
+}
+
 TEST(KvStringForms, NarrowLengthCountsEscapesAndPairs) {
     EXPECT_EQ(2, KvString("\\U+0041B").length());
     EXPECT_EQ(2, KvString("\\M+24E4Fx").length());

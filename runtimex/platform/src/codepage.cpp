@@ -120,6 +120,54 @@ std::string localeName() {
     return "";
 }
 
+// The leading bytes of p[0..n) that are one character each, converted into out, and
+// their count. On a single-byte page sixteen bytes go at a time with no branch per byte:
+// a block is written whole, and one that holds a byte without a unit of its own (an
+// irregular byte) is walked again unit by unit, which stops at that byte. Double-byte
+// text has a lead byte every few bytes, so there the walk is unit by unit throughout.
+int singleByteRun(const CodePageTables& t, const unsigned char* p, int n, char16_t* out) {
+    constexpr int kBlock = 16;
+    int i = 0;
+    for (; t.pairs.empty() && i + kBlock <= n; i += kBlock) {
+        unsigned missing = 0;  // bit 16 is set by a kNoUnit (0xFFFF) plus one
+        for (int k = 0; k < kBlock; ++k) {
+            char16_t unit = t.single[p[i + k]];
+            out[i + k] = unit;
+            missing |= unsigned(unit) + 1;
+        }
+        if (missing & 0x10000) break;
+    }
+    for (; i < n; ++i) {
+        char16_t unit = t.single[p[i]];
+        if (unit == CodePageTables::kNoUnit) break;
+        out[i] = unit;
+    }
+    return i;
+}
+
+// The leading units of in[0..n) whose codes are one byte each, converted into out, and
+// their count; blocks on a single-byte page as in singleByteRun, a code of 0x100 or more
+// (a pair, an escape) ending the run.
+int singleByteCodeRun(const CodePageTables& t, const char16_t* in, int n, char* out) {
+    constexpr int kBlock = 16;
+    int i = 0;
+    for (; t.pairs.empty() && i + kBlock <= n; i += kBlock) {
+        unsigned wide = 0;
+        for (int k = 0; k < kBlock; ++k) {
+            uint16_t code = t.narrow[in[i + k]];
+            out[i + k] = char(code);
+            wide |= code;
+        }
+        if (wide >= 0x100) break;
+    }
+    for (; i < n; ++i) {
+        uint16_t code = t.narrow[in[i]];
+        if (code >= 0x100) break;
+        out[i] = char(code);
+    }
+    return i;
+}
+
 }  // namespace
 
 unsigned processAnsiCodePage() {
@@ -140,12 +188,9 @@ int codePageToWide(unsigned codePage, const char* in, int inBytes, char16_t* out
     auto* p = reinterpret_cast<const unsigned char*>(in);
     int written = 0;
     for (int i = 0, size; i < inBytes; i += size, ++written) {
-        // A run of bytes that are one character each (a lead byte has no unit alone).
-        for (int stop = i + std::min(inBytes - i, outUnits - written); i < stop; ++i, ++written) {
-            char16_t unit = t->single[p[i]];
-            if (unit == CodePageTables::kNoUnit) break;
-            out[written] = unit;
-        }
+        int run = singleByteRun(*t, p + i, std::min(inBytes - i, outUnits - written), out + written);
+        i += run;
+        written += run;
         if (i == inBytes) break;
         char16_t unit = t->unitAt(p + i, inBytes - i, size);
         if (unit == CodePageTables::kNoUnit) {
@@ -167,12 +212,9 @@ int wideToCodePageEscaped(unsigned codePage, const char16_t* in, int inUnits, ch
     if (!t || inUnits < 0 || outBytes < 0) return -1;
     int written = 0;
     for (int i = 0; i < inUnits; ++i) {
-        // A run of units that are one byte each.
-        for (int stop = i + std::min(inUnits - i, outBytes - written); i < stop; ++i, ++written) {
-            uint16_t code = t->narrow[in[i]];
-            if (code >= 0x100) break;
-            out[written] = char(code);
-        }
+        int run = singleByteCodeRun(*t, in + i, std::min(inUnits - i, outBytes - written), out + written);
+        i += run;
+        written += run;
         if (i == inUnits) break;
         uint16_t code = t->narrow[in[i]];
         int size = code < 0x100 ? 1 : code == CodePageTables::kEscape ? 7 : 2;

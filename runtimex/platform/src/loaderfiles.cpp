@@ -41,8 +41,8 @@ static void appendListVariable(const char* variable, std::vector<std::string>& d
 
 std::u16string searchFile(const std::u16string& name) {
     if (name.empty()) return {};
+    if (name.find(u'/') != std::u16string::npos) return fullPathOfFile(name);
     std::string narrow = toUtf8(name);
-    if (narrow.find('/') != std::string::npos) return fullPathOfFile(name);
     std::vector<std::string> dirs{programDirectory(), currentDir()};
     appendListVariable("LUMRX_PATH", dirs);
     appendListVariable("PATH", dirs);

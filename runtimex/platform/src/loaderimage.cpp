@@ -3,6 +3,7 @@
 #include "lumplatform/text.h"
 
 #include <algorithm>
+#include <climits>
 #include <dlfcn.h>
 #include <cstdint>
 #include <cstring>
@@ -91,8 +92,8 @@ static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments) {
     return segmentsInside(segments, uint64_t(st.st_size));
 }
 
-static bool isLoadableHere(const std::string& path) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+static bool isLoadableHere(const char* path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     std::vector<ElfW(Phdr)> segments;
     bool ok = safeToMap(fd, segments) && !isPositionIndependentProgram(fd, segments);
@@ -100,36 +101,61 @@ static bool isLoadableHere(const std::string& path) {
     return ok;
 }
 
-bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(path)); }
+bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(path).c_str()); }
 
 // What a file named by path is to the loader before it sees it: absent (left to the
 // loader to report), safe to map, or not ours to load.
 enum class FileBefore { kAbsent, kSafe, kRefused };
 
-static FileBefore fileBeforeLoad(const std::string& path) {
-    int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0) return access(path.c_str(), F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
+static FileBefore fileBeforeLoad(const char* path) {
+    int fd = open(path, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return access(path, F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
     std::vector<ElfW(Phdr)> segments;
     bool safe = safeToMap(fd, segments);
     close(fd);
     return safe ? FileBefore::kSafe : FileBefore::kRefused;
 }
 
-void* openImage(const std::u16string& path, int& error) {
-    std::string narrow = toUtf8(path);
+// Opens the image `path` after checking the file under `checked`: its UTF-8 name, or
+// the name by which the current directory reaches the same file.
+static void* openCheckedImage(const std::u16string& path, const std::string& narrow,
+                              const char* checked, int& error) {
     // A file named by path that isn't ours to load is refused before the dynamic loader
     // sees it; anything else it can't open (no file, a missing dependency or symbol)
     // counts as missing, but for a program, which the loader refuses without running
     // any of it.
     bool named = narrow.find('/') != std::string::npos;
-    FileBefore before = named ? fileBeforeLoad(narrow) : FileBefore::kAbsent;
+    FileBefore before = named ? fileBeforeLoad(checked) : FileBefore::kAbsent;
     if (before == FileBefore::kRefused) {
         error = kImageNotLoadable;
         return nullptr;
     }
     void* handle = openLibrary(path);
     error = handle ? 0 : kImageMissing;
-    if (!handle && before == FileBefore::kSafe && !isLoadableHere(narrow)) error = kImageNotLoadable;
+    if (!handle && before == FileBefore::kSafe && !isLoadableHere(checked)) error = kImageNotLoadable;
+    return handle;
+}
+
+void* openImage(const std::u16string& path, int& error) {
+    std::string narrow = toUtf8(path);
+    return openCheckedImage(path, narrow, narrow.c_str(), error);
+}
+
+void* openImageInFolder(const std::u16string& path, int& error) {
+    std::string narrow = toUtf8(path);
+    size_t slash = narrow.rfind('/');
+    if (narrow.empty() || narrow[0] != '/') return openImage(path, error);
+    char previous[PATH_MAX];
+    bool remembered = getcwd(previous, sizeof previous) != nullptr;
+    std::string folder = narrow.substr(0, slash == 0 ? 1 : slash);
+    // A folder that is current already stays so, and nothing is set back.
+    bool current = remembered && folder == previous;
+    bool moved = !current && chdir(folder.c_str()) == 0;
+    // From inside the folder the file is reached by its own name, a walk of one step.
+    bool ownName = (current || moved) && slash + 1 < narrow.size();
+    const char* checked = ownName ? narrow.c_str() + slash + 1 : narrow.c_str();
+    void* handle = openCheckedImage(path, narrow, checked, error);
+    if (remembered && moved) chdir(previous);
     return handle;
 }
 

@@ -61,9 +61,14 @@ int collate(const char16_t* a, const char16_t* b, bool ignoreCase) {
 }
 
 std::string toUtf8(const std::u16string& text) {
-    std::string out;
-    out.reserve(text.size());
-    for (size_t i = 0; i < text.size();) {
+    // A leading ASCII run, as most of a path is, goes across unit for byte.
+    size_t ascii = 0;
+    while (ascii < text.size() && text[ascii] < 0x80) ++ascii;
+    std::string out(ascii, '\0');
+    for (size_t i = 0; i < ascii; ++i) out[i] = char(text[i]);
+    if (ascii == text.size()) return out;
+    out.reserve(text.size() + 8);
+    for (size_t i = ascii; i < text.size();) {
         UChar32 c;
         U16_NEXT(text.data(), i, text.size(), c);
         if (U_IS_SURROGATE(c)) c = 0xFFFD;
@@ -78,11 +83,16 @@ std::string toUtf8(const std::u16string& text) {
 }
 
 std::u16string fromUtf8(const std::string& text) {
-    std::u16string out;
-    out.reserve(text.size());
+    // A leading ASCII run goes across byte for unit.
     const auto* s = reinterpret_cast<const uint8_t*>(text.data());
+    size_t ascii = 0;
+    while (ascii < text.size() && s[ascii] < 0x80) ++ascii;
+    std::u16string out(ascii, u'\0');
+    for (size_t i = 0; i < ascii; ++i) out[i] = char16_t(s[i]);
+    if (ascii == text.size()) return out;
+    out.reserve(text.size());
     int32_t len = int32_t(text.size());
-    for (int32_t i = 0; i < len;) {
+    for (int32_t i = int32_t(ascii); i < len;) {
         UChar32 c;
         U8_NEXT(s, i, len, c);
         if (c < 0) c = 0xFFFD;

@@ -4,7 +4,6 @@
 #include "kvrxdynamiclinkerimp.h"
 #include "kvrxruntime.h"
 #include "lumosbase.h"
-#include "lumplatform/files.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 
@@ -56,17 +55,10 @@ KvRx::Ordering KvRxDynLoadModuleProxy::comparedTo(const KvRxObject* other) const
 int KvRxDynLoadModuleProxy::loadImage() {
     if (m_moduleHandle) return 0;
     if (!m_moduleName || !*m_moduleName) return -1;
-    std::u16string name(m_moduleName);
-    // Only an absolute name keeps meaning once its directory is current.
-    size_t slash = name.rfind(u'/');
-    std::u16string previous;
-    if (name[0] == u'/' && slash != std::u16string::npos) {
-        previous = lumplatform::currentDirectory();
-        lumplatform::setCurrentDirectory(name.substr(0, slash + 1));
-    }
+    // Only an absolute name keeps meaning once its folder is current.
     int error = 0;
-    m_moduleHandle = lumplatform::openImage(name, error);
-    if (!previous.empty()) lumplatform::setCurrentDirectory(previous);
+    m_moduleHandle = m_moduleName[0] == u'/' ? lumplatform::openImageInFolder(m_moduleName, error)
+                                             : lumplatform::openImage(m_moduleName, error);
     m_ownsImage = m_moduleHandle != nullptr;
     return error;
 }

@@ -14,6 +14,12 @@ constexpr int kImageNotLoadable = 193;  // the file is no loadable image for thi
 // Opens the image at `path` and runs its static initialisers. On failure the result is
 // null and `error` is kImageMissing or kImageNotLoadable; on success `error` is 0.
 void* openImage(const std::u16string& path, int& error);
+// As openImage, for an absolute `path`: the process's current directory is the image's
+// folder while the system loads it, so that its static initialisers run there and names
+// relative to the folder resolve in it, and it is set back afterwards, whatever the
+// outcome. A current directory that can't be read is not set back. Any other name is
+// opened as openImage does.
+void* openImageInFolder(const std::u16string& path, int& error);
 // True if openImage would hand the file at `path` to the system: an ELF shared object of
 // this process's format whose mapped segments lie inside the file.
 bool isLoadableImage(const std::u16string& path);

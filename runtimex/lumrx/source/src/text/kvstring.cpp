@@ -341,17 +341,12 @@ const char16_t* KvString::kwszPtr() const {
 const char16_t* KvString::widenNarrowForm() {
     const char* text = narrowText();
     size_t bytes = std::strlen(text);
-    LumVector<char16_t> units;
-    int converted = LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
-    size_t n = converted > 0 ? size_t(converted) : 0;
-    char16_t* wide = allocWide(n);
-    KvStringPair* pair = allocPair(bytes + 1);
-    if (!wide || !pair) {
+    char16_t* wide = widenedBuffer(text, bytes);
+    KvStringPair* pair = wide ? allocPair(bytes + 1) : nullptr;
+    if (!pair) {
         freeWide(wide);
-        if (pair) _lumFree(pair);
         return KvStringImp::kEmptyStrW;
     }
-    std::memcpy(wide, units.asArrayPtr(), (n + 1) * sizeof(char16_t));
     std::memcpy(pair->ansi, text, bytes + 1);
     pair->wide = wide;
     release();
@@ -389,12 +384,21 @@ const char* KvString::narrowWideForm() {
     size_t units = wideLength(wide);
     size_t size = 7 * units + 1;
     if (size > size_t(INT_MAX)) return nullptr;
-    char local[128];
-    char* out = size < sizeof local ? local : static_cast<char*>(_lumMalloc(size));
-    if (!out) return nullptr;
-    // The terminator is converted too, as a count of -1 would have it.
-    int r = LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, int(units + 1), out, int(size), 0);
-    KvStringPair* pair = (r > 0 && size_t(r) <= size) ? allocPair(size_t(r)) : nullptr;
+    // The terminator is converted too, as a count of -1 would have it. Text of one or two
+    // bytes a unit fits the local buffer; text whose escapes don't fit is converted again
+    // into room for the worst case.
+    auto toAcp = [wide, units](char* out, size_t room) {
+        return LumCharOp::WideCharToMultiByteCIF(lumGetACP(), 0, wide, int(units + 1), out, int(room), 0);
+    };
+    char local[4096];
+    char* out = local;
+    int r = 2 * units + 1 <= sizeof local ? toAcp(local, sizeof local) : 0;
+    if (r == 0) {
+        out = static_cast<char*>(_lumMalloc(size));
+        if (!out) return nullptr;
+        r = toAcp(out, size);
+    }
+    KvStringPair* pair = r > 0 ? allocPair(size_t(r)) : nullptr;
     if (pair) {
         pair->wide = wide;
         std::memcpy(pair->ansi, out, size_t(r));

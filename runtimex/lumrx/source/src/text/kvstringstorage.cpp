@@ -11,6 +11,30 @@ namespace {
 
 constexpr size_t kHeaderBytes = sizeof(uint32_t);
 
+// The first backslash of the n units at p (p[n] is zero), or p + n. Blocks of 32 units
+// are tested whole with a 16-bit flag, a test the compiler runs in vector registers.
+char16_t* firstBackslash(char16_t* p, size_t n) {
+    constexpr size_t kBlock = 32;
+    size_t i = 0;
+    for (; i + kBlock <= n; i += kBlock) {
+        uint16_t hit = 0;
+        for (size_t k = 0; k < kBlock; ++k) hit |= uint16_t(p[i + k] == u'\\');
+        if (hit) break;
+    }
+    while (i < n && p[i] != u'\\') ++i;
+    return p + i;
+}
+
+// The text through the mapper, copied into a buffer of its own length.
+char16_t* widenedByMapper(const char* text, size_t bytes) {
+    LumVector<char16_t> units;
+    int converted = LumCharMapper::multiByteToWideChar(acpId(), text, int(bytes), units);
+    size_t n = converted > 0 ? size_t(converted) : 0;
+    char16_t* wide = allocWide(n);
+    if (wide) std::memcpy(wide, units.asArrayPtr(), (n + 1) * sizeof(char16_t));
+    return wide;
+}
+
 }  // namespace
 
 char16_t* allocWide(size_t units) {
@@ -50,6 +74,24 @@ void plainWiden(const char* text, LumVector<char16_t>& out) {
     if (units < 0) units = 0;
     d[units] = 0;
     out.resize(units + 1);
+}
+
+char16_t* widenedBuffer(const char* text, size_t bytes) {
+    // A byte gives at most one unit on the pages of this system, so the text converts
+    // straight into a buffer of `bytes` units; a page or text that needs more room takes
+    // the mapper's road.
+    unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(acpId());
+    char16_t* wide = cp && bytes <= size_t(INT_MAX / 2 - 1) ? allocWide(bytes) : nullptr;
+    int n = wide ? lumplatform::codePageToWide(cp, text, int(bytes), wide, int(bytes)) : -1;
+    if (n < 0) {
+        freeWide(wide);
+        return widenedByMapper(text, bytes);
+    }
+    wide[n] = 0;
+    char16_t* escape = firstBackslash(wide, size_t(n));
+    if (*escape) n += LumCharMapper::resolveEscapes(escape);
+    header(wide) = uint32_t(n);  // the capacity is the length, as for any converted text
+    return wide;
 }
 
 }  // namespace kvtext

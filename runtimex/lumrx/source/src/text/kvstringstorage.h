@@ -50,6 +50,12 @@ inline size_t unitCount(const char16_t* text) {
 // The id of the process code page, for the narrow conversions.
 LumCodePageMapper::code_page_id acpId();
 
+// Narrow text of `bytes` bytes in the process code page as a new wide buffer whose
+// capacity is its length, with its escapes resolved, as
+// LumCharMapper::multiByteToWideChar renders it (text the page can't convert gives the
+// empty text); null when memory runs out.
+char16_t* widenedBuffer(const char* text, size_t bytes);
+
 // Narrow text in the process code page to wide, without resolving escapes (a backslash
 // stays a backslash). The vector ends with a zero unit.
 void plainWiden(const char* text, LumVector<char16_t>& out);
