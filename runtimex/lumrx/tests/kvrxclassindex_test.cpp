@@ -1,5 +1,5 @@
 // The kernel's indexes over the class tree kept across the tree's changes: each
-// class's line of ancestors (kind tests), the index by name, the list of classes
+// class's line of ancestors (kind tests), the look-up by name, the list of classes
 // waiting for their parent, and the last answer of a class's protocol map.
 #include "testsupport.h"
 
@@ -75,6 +75,39 @@ TEST_F(ClassIndexes, NamesAreFoundInAnyCaseUntilTheClassGoes) {
     KvRxClass* second = newKvRxClass(u"TESTINDEXNAME", u"OvRxObject");
     EXPECT_EQ(kvrxFindKvRxClass(u"testIndexName"), second);
     deleteKvRxClass(second);
+}
+
+// The look-up by name is the class dictionary's own: it answers as the dictionary does
+// whoever changed it, and the destroy walk takes out only the entry that holds the
+// class going.
+TEST_F(ClassIndexes, TheLookUpByNameAnswersAsTheClassDictionary) {
+    auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
+    ASSERT_NE(classes, nullptr);
+    KvRxClass* named = newKvRxClass(u"TestLookUpNamed", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    unsigned id = classes->idAt(u"TestLookUpNamed");
+
+    ASSERT_TRUE(classes->resetKey(id, u"TestLookUpRenamed"));
+    EXPECT_EQ(kvrxFindKvRxClass(u"testlookuprenamed"), named) << "found under its new key";
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpNamed"), nullptr) << "the old key is gone";
+    ASSERT_TRUE(classes->resetKey(id, u"TestLookUpNamed"));
+
+    // Another class's entry under the name: the walk leaves it in place.
+    KvRxClass* other = newKvRxClass(u"TestLookUpOther", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    unsigned putId = 0;
+    EXPECT_EQ(classes->atPut(u"TestLookUpNamed", other, putId), named);
+    EXPECT_EQ(putId, id);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpNamed"), other);
+    deleteKvRxClass(named);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(classes->at(id), other) << "the entry held another class";
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpNamed"), other);
+    EXPECT_EQ(classes->remove(id), other);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpNamed"), nullptr) << "taken out through the dictionary";
+    deleteKvRxClass(other);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpOther"), nullptr);
 }
 
 TEST_F(ClassIndexes, AClassThatGoesBeforeItsParentCameIsNoLongerWaiting) {

@@ -113,7 +113,8 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
         KvRxClass* cls = object->isA();
         if (cls && cls->myParent() && !accepts(object)) return object;
     }
-    int slot = find(key);
+    uint32_t hash;
+    int slot = keyIndex.find(entries.data, key, hash);
     if (slot >= 0) {
         retId = unsigned(slot) + 1;
         return replaceValue(slot, object);
@@ -124,17 +125,21 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
         slot = entries.length;
         setLength(entries.length + 1);
     }
-    enter(slot, std::move(newKey), object);
+    enter(slot, std::move(newKey), object, &hash);
     retId = unsigned(slot) + 1;
     return nullptr;
 }
 
-void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object) {
+void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object,
+                              const uint32_t* newKeyHash) {
     Entry& e = entries.data[slot];
     e.key = key.get();
     e.value = object;
     try {
-        keyIndex.insert(entries.data, slot);
+        if (newKeyHash)
+            keyIndex.insertNew(slot, *newKeyHash);
+        else
+            keyIndex.insert(entries.data, slot);
         try {
             if (sortedIndex) sortedIndex->insert(key.get(), slot);
         } catch (...) {
@@ -238,6 +243,17 @@ KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
     uint32_t hash;
     int slot = keyIndex.find(entries.data, key, hash);
     return slot < 0 ? nullptr : removeSlot(slot, hash);
+}
+
+bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value) {
+    if (!key || !*key) return false;
+    uint32_t hash;
+    int slot = keyIndex.find(entries.data, key, hash);
+    if (slot < 0 || entries.data[slot].value != value) return false;
+    // Taken out first: a dictionary that owns its values would delete this one.
+    entries.data[slot].value = nullptr;
+    removeSlot(slot, hash);
+    return true;
 }
 
 void KvRxDictionaryImp::clear(bool deleteValues) {

@@ -55,6 +55,9 @@ public:
     bool isCaseSensitive() const override { return caseSensitive; }
     bool isSorted() const override { return sortedIndex != nullptr; }
 
+    // Takes out the entry of `key` if its value is `value`; false, and nothing changes,
+    // otherwise. The value isn't deleted.
+    bool removeIfHolds(const char16_t* key, const KvRxObject* value);
     // Empties the dictionary; values are deleted if it owns them or `deleteValues`.
     void clear(bool deleteValues);
 
@@ -91,8 +94,10 @@ private:
     void reserve(int n);
     int firstFreeSlot() const;
     KvRxString* makeKey(const char16_t* text) const;
-    // Stores a new live entry in the free `slot`; on failure nothing is stored.
-    void enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object);
+    // Stores a new live entry in the free `slot`; on failure nothing is stored. With
+    // `newKeyHash`, no live slot holds the key and that is its hash.
+    void enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object,
+               const uint32_t* newKeyHash = nullptr);
 
     Entries entries;
     SortedIndex* sortedIndex;

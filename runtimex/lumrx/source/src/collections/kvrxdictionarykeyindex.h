@@ -37,6 +37,9 @@ public:
     uint32_t hashOfSlot(const KvRxDictionaryEntry* data, int slot) const;
     // Enters `slot`, whose key is already stored in `data`.
     void insert(const KvRxDictionaryEntry* data, int slot);
+    // The same for a key that no live slot holds, whose hash find() gave: no probe for
+    // the key.
+    void insertNew(int slot, uint32_t hash) { place(slot, hash); }
     // Takes `slot` out; its key is still stored in `data`.
     void erase(const KvRxDictionaryEntry* data, int slot) { erase(data, slot, hashOfSlot(data, slot)); }
     // The same, with the hash of the slot's key.

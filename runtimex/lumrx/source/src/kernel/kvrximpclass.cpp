@@ -1,5 +1,6 @@
 #include "kernel/kvrximpclass.h"
 
+#include "collections/kvrxdictionaryimp.h"
 #include "kernel/kvrxcrashrecord.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kernel/kvrxpeclassmap.h"
@@ -110,14 +111,12 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         }
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
-    g->classNames.add(impl->m_className, rxClass);
     if (impl->m_parentName) g->pendingClasses.add(rxClass);
     impl->m_module = initialisingModule();
     return rxClass;
 }
 
 KvRxClassState::~KvRxClassState() {
-    delete m_children;
     delete m_peMap;
     freeOverruleNodes();
     delete m_contextMenus;
@@ -164,10 +163,8 @@ void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newVal
         of(protocolClass)->m_usedAsProtocol = true;
         map->put(protocolClass, newValue);
     }
-    if (!m_children) return;
-    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
-    for (; !it->done(); it->next())
-        of(kvrxClassValue(it->object()))->copyDown(protocolClass, newValue, oldValue);
+    for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling)
+        child->copyDown(protocolClass, newValue, oldValue);
 }
 
 // Linking: the parent's extensions, each as both new and old value so that what this
@@ -239,7 +236,7 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 void KvRxClassState::link() {
     if (!m_parentName) return;
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    KvRxClass* parent = g ? g->classNames.find(m_parentName) : nullptr;
+    KvRxClass* parent = g ? g->findClass(m_parentName) : nullptr;
     // A parent that is this class or below it would close a loop in the tree.
     if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
     if (!parent) {
@@ -250,50 +247,64 @@ void KvRxClassState::link() {
     KvRxClassState* parentImpl = of(parent);
     if (!m_ancestry.makeBelow(parentImpl->m_ancestry, m_rxClass)) throw std::bad_alloc();
     renewDescendantLines();
-    if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
-    parentImpl->m_children->append(m_rxClass);
+    parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
     m_parentName = nullptr;
 }
 
 void KvRxClassState::renewDescendantLines() {
-    if (!m_children) return;
-    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
-    for (; !it->done(); it->next()) {
-        KvRxClassState* child = of(kvrxClassValue(it->object()));
+    for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
         if (!child->m_ancestry.makeBelow(m_ancestry, child->m_rxClass)) throw std::bad_alloc();
         child->renewDescendantLines();
     }
 }
 
+void KvRxClassState::appendChild(KvRxClassState* child) {
+    child->m_previousSibling = m_lastChild;
+    child->m_nextSibling = nullptr;
+    if (m_lastChild)
+        m_lastChild->m_nextSibling = child;
+    else
+        m_firstChild = child;
+    m_lastChild = child;
+}
+
+void KvRxClassState::removeChild(KvRxClassState* child) {
+    if (child->m_previousSibling)
+        child->m_previousSibling->m_nextSibling = child->m_nextSibling;
+    else
+        m_firstChild = child->m_nextSibling;
+    if (child->m_nextSibling)
+        child->m_nextSibling->m_previousSibling = child->m_previousSibling;
+    else
+        m_lastChild = child->m_previousSibling;
+    child->m_previousSibling = child->m_nextSibling = nullptr;
+}
+
 void KvRxClassState::recordChildrenLine() const {
     char16_t names[kSubClassNamesSize] = {};
     unsigned used = 0;
-    KvRxIterator* it = m_children->newIterator();
-    for (; !it->done(); it->next()) {
-        const char16_t* name = kvrxClassValue(it->object())->name();
+    for (const KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
+        const char16_t* name = child->m_rxClass->name();
         unsigned n = LumCharOp::length(name);
         if (used + n + 2 > kSubClassNamesSize) break;
         LumCharOp::copy(names + used, name, n);
         used += n;
         names[used++] = u',';
     }
-    delete it;
     names[used] = 0;
     kvrxRecordLine(u"ModuleName: %s, ClassName: %s , SubClassNames: %s ", moduleNameForRecord(),
                    m_className ? m_className : u"", names);
 }
 
 void KvRxClassState::checkedDetach() {
-    if (m_children && !m_children->isEmpty()) {
+    if (m_firstChild) {
         recordChildrenLine();
         KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
     }
-    if (m_parent && of(m_parent)->m_children) {
-        if (!of(m_parent)->m_children->remove(m_rxClass))
-            KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
-    }
+    // A linked class stands in its parent's list.
+    if (m_parent) of(m_parent)->removeChild(this);
 }
 
 void KvRxClassState::leaveProtocolMaps() {
@@ -352,8 +363,8 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-        if (g && g->classNames.removeIfIs(aClass->name(), aClass)) {
-            g->classDictionary->remove(aClass->name());
+        auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
+        if (classes && classes->removeIfHolds(aClass->name(), aClass)) {
             if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
         }
         if (gCheckOrder) {

@@ -1,16 +1,19 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
 // Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
-// of the four names, freed with the state. Owns: its
-// `children` list (not the child classes), its context-menu array (not the objects
-// or menus in it), its protocol-extension map (not the protocol classes or the
+// of the four names, freed with the state. Owns: its context-menu array (not the
+// objects or menus in it), its protocol-extension map (not the protocol classes or the
 // extension objects) and the nodes of its twelve overrule lists (not the overrules).
-// `parent` and `module` aren't owned.
+// `parent`, `module` and the classes of the children list aren't owned.
 //
 // Invariants: `parentName` is non-null exactly while the class waits to be linked
 // (never for the root); a linked class other than the root has a non-null `parent`
-// and stands in the parent's `children`. The protocol map holds the class's own
-// extensions and those copied down from its ancestors, so a query never climbs.
+// and stands in the parent's children list. That list runs through the children's own
+// states, from the parent's `firstChild` along `nextSibling` to its `lastChild`, in
+// the order they linked; `previousSibling` runs back. A class stands in its parent's
+// list from its linking until it leaves the parent on a checked destruction. The
+// protocol map holds the class's own extensions and those copied down from its
+// ancestors, so a query never climbs.
 #pragma once
 
 #include "kernel/kvrxclassancestry.h"
@@ -145,13 +148,18 @@ private:
     void leaveProtocolMaps();
     void freeOverruleNodes();
     void recordChildrenLine() const;
+    void appendChild(KvRxClassState* child);
+    void removeChild(KvRxClassState* child);
     static void destroyGuarded(KvRxClass* aClass);
     static void recordFault(unsigned code, const void* data, const char16_t* text, int line);
     const char16_t* moduleNameForRecord() const;
     int findContextMenu(const KvRxObject* object) const;
 
     KvRxClass* m_parent = nullptr;
-    KvRxLinkedList* m_children = nullptr;
+    KvRxClassState* m_firstChild = nullptr;
+    KvRxClassState* m_lastChild = nullptr;
+    KvRxClassState* m_previousSibling = nullptr;
+    KvRxClassState* m_nextSibling = nullptr;
     KvRxDynLoadModuleProxy* m_module = nullptr;
     KvRxPseudoConstructor m_pseudoConstructor;
     KvRxAppNameCallback m_appNameCallback = nullptr;
