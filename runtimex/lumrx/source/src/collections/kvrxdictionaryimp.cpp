@@ -19,7 +19,7 @@ KvRxDictionaryImp* KvRxDictionaryImp::createDictionary(unsigned int length, bool
 
 KvRxDictionaryImp::KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignoreCase,
                                      const KvRxClass* restrictTo)
-    : sortedIndex(sorted ? new SortedIndex() : nullptr),
+    : sortedIndex(sorted ? new SortedIndex(ignoreCase) : nullptr),
       restrictTo(restrictTo),
       deleteObjects(deleteObjects),
       caseSensitive(!ignoreCase),

@@ -5,13 +5,6 @@
 
 namespace {
 
-// The unit as case-blind comparison sees it: ASCII by table, the rest by the
-// platform's simple case folding, as LumCharOp::compareNoCase folds.
-inline char16_t folded(char16_t c) {
-    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
-    return lumplatform::foldCaseUnit(c);
-}
-
 inline uint32_t finish(uint64_t h) {
     h ^= h >> 29;
     h *= 0xbf58476d1ce4e5b9ull;
@@ -20,6 +13,8 @@ inline uint32_t finish(uint64_t h) {
 }
 
 }  // namespace
+
+char16_t KvRxDictionaryKeyIndex::foldedBeyondAscii(char16_t c) { return lumplatform::foldCaseUnit(c); }
 
 // Two texts that match by the case rule have the same hash: case-blind hashing folds
 // every unit exactly as the comparison does.

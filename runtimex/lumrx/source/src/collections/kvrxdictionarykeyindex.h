@@ -29,6 +29,10 @@ class KvRxDictionaryKeyIndex {
 public:
     explicit KvRxDictionaryKeyIndex(bool ignoreCase) : ignoreCase(ignoreCase) {}
 
+    // The unit as case-blind comparison sees it: ASCII by table, the rest by the
+    // platform's simple case folding, as LumCharOp::compareNoCase folds.
+    static char16_t folded(char16_t c) { return c < 0x80 ? ((c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c) : foldedBeyondAscii(c); }
+
     // The lowest live slot whose key matches `text`, or -1. `text` isn't empty.
     int find(const KvRxDictionaryEntry* data, const char16_t* text) const;
     // The same, giving the hash of `text`, which is the hash of the found slot's key.
@@ -56,6 +60,7 @@ private:
         uint32_t hash;
     };
 
+    static char16_t foldedBeyondAscii(char16_t c);
     uint32_t hashOf(const char16_t* text, int32_t& length) const;
     bool sameText(const KvRxString* key, const char16_t* text, int32_t length) const;
     // The bucket that names the key of `slot`'s text, or -1.

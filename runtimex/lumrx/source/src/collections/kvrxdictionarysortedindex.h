@@ -1,13 +1,16 @@
-// The key order of a sorted dictionary: an ordered map from key object to slot, with
+// The key order of a sorted dictionary: an ordered map from key text to slot, with
 // the node of every slot remembered, so that a removal or a key reset erases its node
-// without a search of the tree.
+// without a search of the tree. A node holds the key's text pointer itself, so that a
+// comparison in the tree reads the node and the text, not the key object between.
 //
-// Owns: its tree nodes and the table of nodes by slot; the key objects belong to the
-// entries.
+// Owns: its tree nodes and the table of nodes by slot; the key objects, and the texts
+// the nodes point into, belong to the entries.
 //
 // Invariant (kept in kvrxdictionarysortedindex.cpp): the tree holds exactly the live
-// keys, at most one per key by the case rule, each with the slot that holds it; for
-// every live slot, `nodes[slot]` is the node of its key.
+// keys, at most one per key by the case rule, each with the slot that holds it and
+// that key's own text; for every live slot, `nodes[slot]` is the node of its key. A key
+// object's text doesn't move while the object is an entry's key: a key is replaced,
+// never changed in place.
 #pragma once
 
 #include "kvrxdictionary.h"
@@ -17,14 +20,19 @@
 
 class KvRxDictionarySortedIndex {
 public:
-    struct KeyLess {
-        bool operator()(const KvRxString* a, const KvRxString* b) const { return KvRxString::less(a, b); }
+    // Orders texts as KvRxString::less orders keys under the dictionary's case rule:
+    // unit by unit, case-blind by simple case folding.
+    struct TextLess {
+        bool ignoreCase;
+        bool operator()(const char16_t* a, const char16_t* b) const;
     };
-    using Tree = std::map<KvRxString*, int, KeyLess>;
+    using Tree = std::map<const char16_t*, int, TextLess>;
 
-    bool contains(const KvRxString* key) const { return tree.count(const_cast<KvRxString*>(key)) != 0; }
+    explicit KvRxDictionarySortedIndex(bool ignoreCase) : tree(TextLess{ignoreCase}) {}
+
+    bool contains(const KvRxString* key) const;
     // Enters the key of the live `slot`; on failure nothing changes.
-    void insert(KvRxString* key, int slot);
+    void insert(const KvRxString* key, int slot);
     void erase(int slot);
     void clear();
     size_t size() const { return tree.size(); }
