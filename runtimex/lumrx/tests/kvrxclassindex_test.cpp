@@ -110,6 +110,35 @@ TEST_F(ClassIndexes, TheLookUpByNameAnswersAsTheClassDictionary) {
     EXPECT_EQ(kvrxFindKvRxClass(u"TestLookUpOther"), nullptr);
 }
 
+// A parent's children stand in the order they linked; children that go leave the list
+// from its head, middle or end, and a child linked later joins at the end.
+TEST_F(ClassIndexes, ChildrenLeaveTheirParentFromAnyPlaceAndJoinAtTheEnd) {
+    RecordingCrashRecorder recorder;
+    KvRxClass* parent = newKvRxClass(u"TestKinParent", u"OvRxObject");
+    std::vector<KvRxClass*> kids;
+    for (const char16_t* name : {u"TestKinA", u"TestKinB", u"TestKinC", u"TestKinD"})
+        kids.push_back(newKvRxClass(name, u"TestKinParent"));
+    kvrxBuildClassHierarchy();
+    for (KvRxClass* gone : {kids[1], kids[0], kids[3]}) deleteKvRxClass(gone);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_TRUE(recorder.faults.empty());
+    KvRxClass* late = newKvRxClass(u"TestKinE", u"TestKinParent");
+    kvrxBuildClassHierarchy();
+    Thing object(late);
+    EXPECT_TRUE(object.isKindOf(parent));
+
+    deleteKvRxClass(parent);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    ASSERT_EQ(recorder.faults.size(), 1u) << "the parent still has children";
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    EXPECT_EQ(utf8(recorder.lines.back()), "ModuleName: , ClassName: TestKinParent , SubClassNames: TestKinC,TestKinE, ");
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestKinParent"), nullptr) << "out of the dictionary, not destroyed";
+    EXPECT_EQ(kids[2]->myParent(), parent);
+    for (KvRxClass* c : {kids[2], late}) deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(recorder.faults.size(), 1u) << "the children leave the abandoned parent in order";
+}
+
 TEST_F(ClassIndexes, AClassThatGoesBeforeItsParentCameIsNoLongerWaiting) {
     RecordingCrashRecorder recorder;
     KvRxClass* orphan = newKvRxClass(u"TestIndexOrphan", u"TestIndexNeverRegistered");

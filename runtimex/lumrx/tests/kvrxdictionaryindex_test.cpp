@@ -192,4 +192,33 @@ TEST_F(DictionaryIndexTest, ManyKeysReuseTheLowestIdsAndWalkInKeyOrder) {
     EXPECT_EQ(d->idAt(keyOf(0).c_str()), 0u);
 }
 
+// The sorted walk orders keys as the text comparison of the case rule does, beyond
+// ASCII too: units that fold alike sort alike, a key sorts after its own start, and a
+// long shared start doesn't change the order.
+TEST_F(DictionaryIndexTest, SortedWalksFollowTheTextComparisonOfTheCaseRule) {
+    const char16_t units[] = {u'a', u'B', u'b', u'_', u'[', u'\u00C9', u'\u00E9', u'\u03A3', u'\u03C3', u'z'};
+    std::mt19937 random(7);
+    for (bool ignoreCase : {false, true}) {
+        DictPtr d = makeDict(true, ignoreCase);
+        for (int i = 0; i < 600; ++i) {
+            std::u16string key = i % 3 ? u"" : u"SharedLongStart";
+            for (size_t n = 1 + random() % 5; n > 0; --n) key.push_back(units[random() % 10]);
+            unsigned id = 0;
+            d->atPut(key.c_str(), nullptr, id);
+        }
+        std::unique_ptr<KvRxDictionaryIterator> it(d->newIterator(0));
+        std::u16string last;
+        unsigned walked = 0;
+        for (; !it->done(); it->next(), ++walked) {
+            if (!last.empty()) {
+                int order = ignoreCase ? LumCharOp::compareNoCase(last.c_str(), it->key())
+                                       : LumCharOp::compare(last.c_str(), it->key());
+                ASSERT_LT(order, 0) << utf8(last) << " before " << utf8(it->key());
+            }
+            last = it->key();
+        }
+        EXPECT_EQ(walked, d->numEntries());
+    }
+}
+
 }  // namespace
