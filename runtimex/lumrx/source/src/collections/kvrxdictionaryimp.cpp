@@ -31,8 +31,16 @@ KvRxDictionaryImp::~KvRxDictionaryImp() {
     _lumFree(entries.data);
 }
 
-KvRxString* KvRxDictionaryImp::makeKey(const char16_t* text) const {
-    return new KvRxString(text, !caseSensitive);
+KvRxDictionaryImp::KeyOwner KvRxDictionaryImp::makeKey(const char16_t* text) {
+    KeyOwner key(Key::make(text));
+    if (!key) throw std::bad_alloc();
+    return key;
+}
+
+bool KvRxDictionaryImp::sameKey(const Key* a, const Key* b) const {
+    if (a->length != b->length) return false;
+    return caseSensitive ? LumCharOp::compare(a->text(), b->text()) == 0
+                         : LumCharOp::compareNoCase(a->text(), b->text()) == 0;
 }
 
 bool KvRxDictionaryImp::accepts(const KvRxObject* object) const {
@@ -119,7 +127,7 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
         retId = unsigned(slot) + 1;
         return replaceValue(slot, object);
     }
-    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    KeyOwner newKey = makeKey(key);
     slot = firstFreeSlot();
     if (slot < 0) {
         slot = entries.length;
@@ -130,7 +138,7 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
     return nullptr;
 }
 
-void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object,
+void KvRxDictionaryImp::enter(int slot, KeyOwner key, KvRxObject* object,
                               const uint32_t* newKeyHash) {
     Entry& e = entries.data[slot];
     e.key = key.get();
@@ -166,23 +174,23 @@ KvRxObject* KvRxDictionaryImp::atPut(unsigned int id, KvRxObject* object) {
 bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) {
     if (!key || !*key || !object || !accepts(object)) return false;
     if (id == 0 || id > unsigned(INT32_MAX) || liveSlot(id) >= 0) return false;
-    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    KeyOwner newKey = makeKey(key);
     if (takenInIndex(newKey.get())) return false;
     if (int(id) > entries.length) setLength(int(id));
     enter(int(id) - 1, std::move(newKey), object);
     return true;
 }
 
-bool KvRxDictionaryImp::takenInIndex(const KvRxString* key) const {
+bool KvRxDictionaryImp::takenInIndex(const Key* key) const {
     // The sorted index holds one node per text: a second entry under the same text
     // could not be reached, and its removal would take the first one's node.
     return sortedIndex && sortedIndex->contains(key);
 }
 
 bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
-    std::unique_ptr<KvRxString> key(makeKey(newKey));
-    KvRxString* old = entries.data[slot].key;
-    if (old->compareText(*key) != KvRx::kEqual && takenInIndex(key.get())) return false;
+    KeyOwner key = makeKey(newKey);
+    Key* old = entries.data[slot].key;
+    if (!sameKey(old, key.get()) && takenInIndex(key.get())) return false;
     keyIndex.erase(entries.data, slot);
     entries.data[slot].key = key.get();
     try {
@@ -200,7 +208,7 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
         throw;
     }
     key.release();
-    delete old;
+    Key::release(old);
     return true;
 }
 
@@ -219,13 +227,13 @@ KvRxObject* KvRxDictionaryImp::removeSlot(int slot, uint32_t hash) {
     Entry& e = entries.data[slot];
     if (sortedIndex) sortedIndex->erase(slot);
     keyIndex.erase(entries.data, slot, hash);
-    KvRxString* key = e.key;
+    Key* key = e.key;
     KvRxObject* value = e.value;
     e.key = nullptr;
     e.value = nullptr;
     freeSlots.setFree(slot);
     --liveCount;
-    delete key;
+    Key::release(key);
     if (value && deleteObjects) {
         delete value;
         return nullptr;
@@ -263,7 +271,7 @@ void KvRxDictionaryImp::clear(bool deleteValues) {
     liveCount = 0;
     for (int i = 0; i < entries.length; ++i) {
         Entry& e = entries.data[i];
-        delete e.key;
+        Key::release(e.key);
         if (deleteObjects || deleteValues) delete e.value;
         e.key = nullptr;
         e.value = nullptr;
@@ -326,7 +334,7 @@ KvRxObject* KvRxDictionaryImpIterator::object() const {
 const char16_t* KvRxDictionaryImpIterator::key() const {
     int s = currentSlot();
     // A slot whose entry was removed under the iterator reads as free.
-    KvRxString* k = s < 0 ? nullptr : dictionary->entries.data[s].key;
+    const KvRxDictionaryKey* k = s < 0 ? nullptr : dictionary->entries.data[s].key;
     return k ? k->text() : nullptr;
 }
 

@@ -1,7 +1,7 @@
 // The one implementation of KvRxDictionary.
 //
-// Owns: the entry array (one block from _lumMalloc), every key object in it, the sorted
-// index (sorted dictionaries only; it shares the key objects), the key index and the
+// Owns: the entry array (one block from _lumMalloc), every key in it, the sorted
+// index (sorted dictionaries only; it points into the keys' texts), the key index and the
 // free-slot map (both by value), and the values only when made with deleteObjects.
 //
 // Invariants: a slot is live exactly when its key isn't null; a free slot has a null
@@ -24,6 +24,8 @@ class KvRxDictionaryImp : public KvRxDictionary {
 public:
     using Entry = KvRxDictionaryEntry;
     using SortedIndex = KvRxDictionarySortedIndex;
+    using Key = KvRxDictionaryKey;
+    using KeyOwner = std::unique_ptr<Key, Key::Release>;
 
     static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
                                                bool ignoreCase, const KvRxClass* restrictTo);
@@ -89,14 +91,17 @@ private:
     // `hash` is the key index's hash of the slot's key.
     KvRxObject* removeSlot(int slot, uint32_t hash);
     bool resetSlotKey(int slot, const char16_t* newKey);
-    bool takenInIndex(const KvRxString* key) const;
+    bool takenInIndex(const Key* key) const;
+    // The texts of `a` and `b` match by the dictionary's case rule.
+    bool sameKey(const Key* a, const Key* b) const;
     void setLength(int n);
     void reserve(int n);
     int firstFreeSlot() const;
-    KvRxString* makeKey(const char16_t* text) const;
+    // A key of `text`; throws std::bad_alloc when no memory is left.
+    static KeyOwner makeKey(const char16_t* text);
     // Stores a new live entry in the free `slot`; on failure nothing is stored. With
     // `newKeyHash`, no live slot holds the key and that is its hash.
-    void enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object,
+    void enter(int slot, KeyOwner key, KvRxObject* object,
                const uint32_t* newKeyHash = nullptr);
 
     Entries entries;

@@ -1,7 +1,9 @@
 #include "collections/kvrxdictionarykeyindex.h"
 
-#include "kvrxdictionary.h"
+#include "lumosbase.h"
 #include "lumplatform/text.h"
+
+#include <cstring>
 
 namespace {
 
@@ -13,6 +15,19 @@ inline uint32_t finish(uint64_t h) {
 }
 
 }  // namespace
+
+KvRxDictionaryKey* KvRxDictionaryKey::make(const char16_t* text) {
+    size_t length = 0;
+    while (text[length]) ++length;
+    size_t bytes = (length + 1) * sizeof(char16_t);
+    auto* key = static_cast<KvRxDictionaryKey*>(_lumMalloc(sizeof(KvRxDictionaryKey) + bytes));
+    if (!key) return nullptr;
+    key->length = int32_t(length);
+    std::memcpy(static_cast<void*>(key + 1), text, bytes);
+    return key;
+}
+
+void KvRxDictionaryKey::release(KvRxDictionaryKey* key) { _lumFree(key); }
 
 char16_t KvRxDictionaryKeyIndex::foldedBeyondAscii(char16_t c) { return lumplatform::foldCaseUnit(c); }
 
@@ -29,8 +44,8 @@ uint32_t KvRxDictionaryKeyIndex::hashOf(const char16_t* text, int32_t& length) c
     return finish(h + uint64_t(length));
 }
 
-bool KvRxDictionaryKeyIndex::sameText(const KvRxString* key, const char16_t* text, int32_t length) const {
-    if (key->length() != length) return false;
+bool KvRxDictionaryKeyIndex::sameText(const KvRxDictionaryKey* key, const char16_t* text, int32_t length) const {
+    if (key->length != length) return false;
     const char16_t* k = key->text();
     if (!ignoreCase) {
         for (int32_t i = 0; i < length; ++i)
@@ -113,7 +128,7 @@ void KvRxDictionaryKeyIndex::addToChain(int32_t head, int32_t slot, Bucket& buck
 }
 
 void KvRxDictionaryKeyIndex::insert(const KvRxDictionaryEntry* data, int slot) {
-    const KvRxString* key = data[slot].key;
+    const KvRxDictionaryKey* key = data[slot].key;
     int32_t length;
     uint32_t hash = hashOf(key->text(), length);
     int64_t i = bucketOf(data, key->text(), length, hash);
@@ -166,8 +181,8 @@ void KvRxDictionaryKeyIndex::erase(const KvRxDictionaryEntry* data, int slot, ui
         }
         return;
     }
-    const KvRxString* key = data[slot].key;
-    int64_t i = bucketOf(data, key->text(), key->length(), hash);
+    const KvRxDictionaryKey* key = data[slot].key;
+    int64_t i = bucketOf(data, key->text(), key->length, hash);
     if (i >= 0) dropFromChain(slot, buckets[size_t(i)]);
 }
 

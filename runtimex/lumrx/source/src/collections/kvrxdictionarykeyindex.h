@@ -17,11 +17,25 @@
 #include <unordered_map>
 #include <vector>
 
-class KvRxString;
 class KvRxObject;
 
+// A key of the dictionary: its length in units, then the units and a closing zero, in
+// one block from _lumMalloc. Owned by the entry that holds it (or, before it is
+// entered, by a KvRxDictionaryKey::Owner); made by make() and freed by release().
+struct KvRxDictionaryKey {
+    int32_t length;
+
+    const char16_t* text() const { return reinterpret_cast<const char16_t*>(this + 1); }
+    // A copy of `text`; null when no memory is left.
+    static KvRxDictionaryKey* make(const char16_t* text);
+    static void release(KvRxDictionaryKey* key);
+    struct Release {
+        void operator()(KvRxDictionaryKey* key) const { release(key); }
+    };
+};
+
 struct KvRxDictionaryEntry {
-    KvRxString* key;
+    KvRxDictionaryKey* key;
     KvRxObject* value;
 };
 
@@ -62,7 +76,7 @@ private:
 
     static char16_t foldedBeyondAscii(char16_t c);
     uint32_t hashOf(const char16_t* text, int32_t& length) const;
-    bool sameText(const KvRxString* key, const char16_t* text, int32_t length) const;
+    bool sameText(const KvRxDictionaryKey* key, const char16_t* text, int32_t length) const;
     // The bucket that names the key of `slot`'s text, or -1.
     int64_t bucketOf(const KvRxDictionaryEntry* data, const char16_t* text, int32_t length,
                      uint32_t hash) const;

@@ -1,7 +1,5 @@
 #include "collections/kvrxdictionarysortedindex.h"
 
-#include "collections/kvrxdictionarykeyindex.h"
-
 bool KvRxDictionarySortedIndex::TextLess::operator()(const char16_t* a, const char16_t* b) const {
     if (a == b) return false;
     // The shared start is passed over without folding.
@@ -17,9 +15,9 @@ bool KvRxDictionarySortedIndex::TextLess::operator()(const char16_t* a, const ch
     }
 }
 
-bool KvRxDictionarySortedIndex::contains(const KvRxString* key) const { return tree.count(key->text()) != 0; }
+bool KvRxDictionarySortedIndex::contains(const KvRxDictionaryKey* key) const { return tree.count(key->text()) != 0; }
 
-void KvRxDictionarySortedIndex::insert(const KvRxString* key, int slot) {
+void KvRxDictionarySortedIndex::insert(const KvRxDictionaryKey* key, int slot) {
     // Room in the table first: a failure then leaves the tree as it was.
     if (size_t(slot) >= nodes.size()) nodes.resize(size_t(slot) + 1);
     nodes[size_t(slot)] = tree.emplace(key->text(), slot).first;

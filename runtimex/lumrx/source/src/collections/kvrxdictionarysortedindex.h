@@ -13,14 +13,14 @@
 // never changed in place.
 #pragma once
 
-#include "kvrxdictionary.h"
+#include "collections/kvrxdictionarykeyindex.h"
 
 #include <map>
 #include <vector>
 
 class KvRxDictionarySortedIndex {
 public:
-    // Orders texts as KvRxString::less orders keys under the dictionary's case rule:
+    // Orders texts as LumCharOp::compare, or compareNoCase under the ignore-case rule:
     // unit by unit, case-blind by simple case folding.
     struct TextLess {
         bool ignoreCase;
@@ -30,9 +30,9 @@ public:
 
     explicit KvRxDictionarySortedIndex(bool ignoreCase) : tree(TextLess{ignoreCase}) {}
 
-    bool contains(const KvRxString* key) const;
+    bool contains(const KvRxDictionaryKey* key) const;
     // Enters the key of the live `slot`; on failure nothing changes.
-    void insert(const KvRxString* key, int slot);
+    void insert(const KvRxDictionaryKey* key, int slot);
     void erase(int slot);
     void clear();
     size_t size() const { return tree.size(); }
