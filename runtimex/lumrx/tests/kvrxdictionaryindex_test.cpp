@@ -192,6 +192,47 @@ TEST_F(DictionaryIndexTest, ManyKeysReuseTheLowestIdsAndWalkInKeyOrder) {
     EXPECT_EQ(d->idAt(keyOf(0).c_str()), 0u);
 }
 
+// Keys that come and go in waves, and a dictionary emptied and filled again, keep the
+// sorted walk exact: every live key once, in order, each with its own id; the nodes of
+// removed keys serve new ones.
+TEST_F(DictionaryIndexTest, SortedWalksStayExactAsKeysComeAndGoInWaves) {
+    DictPtr d = makeDict(true, true);
+    std::map<std::u16string, unsigned> model;  // upper-case key -> id
+    std::mt19937 random(11);
+    auto check = [&] {
+        std::unique_ptr<KvRxDictionaryIterator> it(d->newIterator(0));
+        for (const auto& entry : model) {
+            if (it->done()) return false;
+            if (upper(it->key()) != entry.first || it->id() != entry.second) return false;
+            it->next();
+        }
+        return it->done() && d->numEntries() == model.size();
+    };
+    for (int wave = 0; wave < 6; ++wave) {
+        for (int i = 0; i < 1500; ++i) {
+            std::u16string key = keyOf(int(random() % 4000));
+            unsigned id = 0;
+            d->atPut(key.c_str(), nullptr, id);
+            model.emplace(upper(key), id);
+        }
+        ASSERT_TRUE(check()) << "after filling, wave " << wave;
+        for (auto it = model.begin(); it != model.end();) {
+            if (random() % 3) {
+                ++it;
+                continue;
+            }
+            ASSERT_EQ(d->remove(it->second), nullptr);
+            it = model.erase(it);
+        }
+        ASSERT_TRUE(check()) << "after removing, wave " << wave;
+        if (wave == 3) {
+            d->clear(false);
+            model.clear();
+            ASSERT_TRUE(check());
+        }
+    }
+}
+
 // The sorted walk orders keys as the text comparison of the case rule does, beyond
 // ASCII too: units that fold alike sort alike, a key sorts after its own start, and a
 // long shared start doesn't change the order.

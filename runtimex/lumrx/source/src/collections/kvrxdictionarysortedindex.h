@@ -1,22 +1,81 @@
 // The key order of a sorted dictionary: an ordered map from key text to slot, with
 // the node of every slot remembered, so that a removal or a key reset erases its node
 // without a search of the tree. A node holds the key's text pointer itself, so that a
-// comparison in the tree reads the node and the text, not the key object between.
+// comparison in the tree reads the node and the text, not the key object between. The
+// nodes come from the index's own pool: they lie together, apart from the entries'
+// values, so that a walk or a search of the tree touches few cache lines and pages.
 //
-// Owns: its tree nodes and the table of nodes by slot; the key objects, and the texts
-// the nodes point into, belong to the entries.
+// Owns: its node pool (and so every tree node) and the table of nodes by slot; the keys,
+// and the texts the nodes point into, belong to the entries.
 //
 // Invariant (kept in kvrxdictionarysortedindex.cpp): the tree holds exactly the live
 // keys, at most one per key by the case rule, each with the slot that holds it and
-// that key's own text; for every live slot, `nodes[slot]` is the node of its key. A key
-// object's text doesn't move while the object is an entry's key: a key is replaced,
-// never changed in place.
+// that key's own text; for every live slot, `nodes[slot]` is the node of its key. A key's
+// text doesn't move while the key is an entry's: a key is replaced, never changed in
+// place.
 #pragma once
 
 #include "collections/kvrxdictionarykeyindex.h"
 
+#include <cstddef>
 #include <map>
 #include <vector>
+
+// Blocks of one size, carved from chunks that grow with the pool. A block given back is
+// taken again before a new one is carved.
+//
+// Owns its chunks (from _lumMalloc), freed with the pool; the blocks live in them.
+//
+// Invariant: every block is either taken, or on the free list, or above `carved` in the
+// newest chunk; the first block of a chunk holds the link to the chunk before it.
+class KvRxDictionaryNodePool {
+public:
+    KvRxDictionaryNodePool() = default;
+    ~KvRxDictionaryNodePool();
+    KvRxDictionaryNodePool(const KvRxDictionaryNodePool&) = delete;
+    KvRxDictionaryNodePool& operator=(const KvRxDictionaryNodePool&) = delete;
+
+    // A block of `size` bytes; every call asks the same size. Throws std::bad_alloc.
+    void* take(size_t size);
+    void give(void* block);
+
+private:
+    struct FreeBlock {
+        FreeBlock* next;
+    };
+    void newChunk();
+
+    size_t blockSize = 0;
+    FreeBlock* freeList = nullptr;
+    void* chunks = nullptr;  // the newest chunk; each starts with the link to the one before
+    char* carved = nullptr;  // next block to carve in the newest chunk
+    char* chunkEnd = nullptr;
+    size_t chunkBlocks = 8;  // blocks in the next chunk; doubles up to a limit
+};
+
+// Gives the tree's nodes from a pool; other requests go to the heap.
+template <class T>
+struct KvRxDictionaryNodeAllocator {
+    using value_type = T;
+    KvRxDictionaryNodePool* pool;
+
+    explicit KvRxDictionaryNodeAllocator(KvRxDictionaryNodePool* pool) : pool(pool) {}
+    template <class U>
+    KvRxDictionaryNodeAllocator(const KvRxDictionaryNodeAllocator<U>& other) : pool(other.pool) {}
+    T* allocate(size_t n) {
+        return static_cast<T*>(n == 1 ? pool->take(sizeof(T)) : ::operator new(n * sizeof(T)));
+    }
+    void deallocate(T* p, size_t n) {
+        if (n == 1)
+            pool->give(p);
+        else
+            ::operator delete(p);
+    }
+    template <class U>
+    bool operator==(const KvRxDictionaryNodeAllocator<U>& other) const { return pool == other.pool; }
+    template <class U>
+    bool operator!=(const KvRxDictionaryNodeAllocator<U>& other) const { return pool != other.pool; }
+};
 
 class KvRxDictionarySortedIndex {
 public:
@@ -26,9 +85,11 @@ public:
         bool ignoreCase;
         bool operator()(const char16_t* a, const char16_t* b) const;
     };
-    using Tree = std::map<const char16_t*, int, TextLess>;
+    using Tree = std::map<const char16_t*, int, TextLess,
+                          KvRxDictionaryNodeAllocator<std::pair<const char16_t* const, int>>>;
 
-    explicit KvRxDictionarySortedIndex(bool ignoreCase) : tree(TextLess{ignoreCase}) {}
+    explicit KvRxDictionarySortedIndex(bool ignoreCase)
+        : tree(TextLess{ignoreCase}, Tree::allocator_type(&pool)) {}
 
     bool contains(const KvRxDictionaryKey* key) const;
     // Enters the key of the live `slot`; on failure nothing changes.
@@ -40,6 +101,7 @@ public:
     Tree::iterator end() { return tree.end(); }
 
 private:
+    KvRxDictionaryNodePool pool;  // before the tree: made first, freed last
     Tree tree;
     std::vector<Tree::iterator> nodes;
 };
