@@ -192,9 +192,9 @@ TEST_F(DictionaryIndexTest, ManyKeysReuseTheLowestIdsAndWalkInKeyOrder) {
     EXPECT_EQ(d->idAt(keyOf(0).c_str()), 0u);
 }
 
-// Keys that come and go in waves, and a dictionary emptied and filled again, keep the
-// sorted walk exact: every live key once, in order, each with its own id; the nodes of
-// removed keys serve new ones.
+// Keys of every length that come and go in waves, keys reset, and a dictionary emptied
+// and filled again keep the sorted walk exact: every live key once, in order, each with
+// its own id; the blocks of removed keys and nodes serve new ones.
 TEST_F(DictionaryIndexTest, SortedWalksStayExactAsKeysComeAndGoInWaves) {
     DictPtr d = makeDict(true, true);
     std::map<std::u16string, unsigned> model;  // upper-case key -> id
@@ -210,7 +210,9 @@ TEST_F(DictionaryIndexTest, SortedWalksStayExactAsKeysComeAndGoInWaves) {
     };
     for (int wave = 0; wave < 6; ++wave) {
         for (int i = 0; i < 1500; ++i) {
-            std::u16string key = keyOf(int(random() % 4000));
+            // Keys of every length: short ones, and ones too long for a pooled block.
+            int n = int(random() % 4000);
+            std::u16string key = std::u16string(size_t(n % 7 == 0 ? 150 : n % 40), u'p') + keyOf(n);
             unsigned id = 0;
             d->atPut(key.c_str(), nullptr, id);
             model.emplace(upper(key), id);
@@ -225,6 +227,16 @@ TEST_F(DictionaryIndexTest, SortedWalksStayExactAsKeysComeAndGoInWaves) {
             it = model.erase(it);
         }
         ASSERT_TRUE(check()) << "after removing, wave " << wave;
+        // A key reset to one of another length keeps its id and takes its new place.
+        if (!model.empty()) {
+            auto first = model.begin();
+            unsigned id = first->second;
+            std::u16string renamed = u"R" + std::u16string(size_t(wave * 37), u'r') + keyOf(wave);
+            ASSERT_TRUE(d->resetKey(id, renamed.c_str()));
+            model.erase(first);
+            model.emplace(upper(renamed), id);
+        }
+        ASSERT_TRUE(check()) << "after a reset, wave " << wave;
         if (wave == 3) {
             d->clear(false);
             model.clear();

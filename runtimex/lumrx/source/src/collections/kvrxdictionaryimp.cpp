@@ -31,12 +31,6 @@ KvRxDictionaryImp::~KvRxDictionaryImp() {
     _lumFree(entries.data);
 }
 
-KvRxDictionaryImp::KeyOwner KvRxDictionaryImp::makeKey(const char16_t* text) {
-    KeyOwner key(Key::make(text));
-    if (!key) throw std::bad_alloc();
-    return key;
-}
-
 bool KvRxDictionaryImp::sameKey(const Key* a, const Key* b) const {
     if (a->length != b->length) return false;
     return caseSensitive ? LumCharOp::compare(a->text(), b->text()) == 0
@@ -208,7 +202,7 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
         throw;
     }
     key.release();
-    Key::release(old);
+    keys.release(old);
     return true;
 }
 
@@ -233,7 +227,7 @@ KvRxObject* KvRxDictionaryImp::removeSlot(int slot, uint32_t hash) {
     e.value = nullptr;
     freeSlots.setFree(slot);
     --liveCount;
-    Key::release(key);
+    keys.release(key);
     if (value && deleteObjects) {
         delete value;
         return nullptr;
@@ -271,7 +265,7 @@ void KvRxDictionaryImp::clear(bool deleteValues) {
     liveCount = 0;
     for (int i = 0; i < entries.length; ++i) {
         Entry& e = entries.data[i];
-        Key::release(e.key);
+        keys.release(e.key);
         if (deleteObjects || deleteValues) delete e.value;
         e.key = nullptr;
         e.value = nullptr;

@@ -1,6 +1,7 @@
 // The one implementation of KvRxDictionary.
 //
-// Owns: the entry array (one block from _lumMalloc), every key in it, the sorted
+// Owns: the entry array (one block from _lumMalloc), its key pool and so every key in
+// the entries, the sorted
 // index (sorted dictionaries only; it points into the keys' texts), the key index and the
 // free-slot map (both by value), and the values only when made with deleteObjects.
 //
@@ -25,7 +26,7 @@ public:
     using Entry = KvRxDictionaryEntry;
     using SortedIndex = KvRxDictionarySortedIndex;
     using Key = KvRxDictionaryKey;
-    using KeyOwner = std::unique_ptr<Key, Key::Release>;
+    using KeyOwner = KvRxDictionaryKeyPool::Owner;
 
     static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
                                                bool ignoreCase, const KvRxClass* restrictTo);
@@ -98,12 +99,13 @@ private:
     void reserve(int n);
     int firstFreeSlot() const;
     // A key of `text`; throws std::bad_alloc when no memory is left.
-    static KeyOwner makeKey(const char16_t* text);
+    KeyOwner makeKey(const char16_t* text) { return keys.make(text); }
     // Stores a new live entry in the free `slot`; on failure nothing is stored. With
     // `newKeyHash`, no live slot holds the key and that is its hash.
     void enter(int slot, KeyOwner key, KvRxObject* object,
                const uint32_t* newKeyHash = nullptr);
 
+    KvRxDictionaryKeyPool keys;  // before the entries' keys are made, freed after them
     Entries entries;
     SortedIndex* sortedIndex;
     const KvRxClass* restrictTo;

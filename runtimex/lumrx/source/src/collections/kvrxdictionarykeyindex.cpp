@@ -4,6 +4,7 @@
 #include "lumplatform/text.h"
 
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -16,18 +17,35 @@ inline uint32_t finish(uint64_t h) {
 
 }  // namespace
 
-KvRxDictionaryKey* KvRxDictionaryKey::make(const char16_t* text) {
+// The size class of a block is its bytes rounded up to kClassBytes; pool i holds the
+// blocks of (i + 1) * kClassBytes bytes.
+KvRxDictionaryKeyPool::Owner KvRxDictionaryKeyPool::make(const char16_t* text) {
     size_t length = 0;
     while (text[length]) ++length;
-    size_t bytes = (length + 1) * sizeof(char16_t);
-    auto* key = static_cast<KvRxDictionaryKey*>(_lumMalloc(sizeof(KvRxDictionaryKey) + bytes));
-    if (!key) return nullptr;
+    size_t bytes = bytesOf(length);
+    void* block;
+    if (bytes <= kPooledBytes) {
+        if (!pools) pools = new KvRxDictionaryBlockPool[kPooledBytes / kClassBytes];
+        size_t sizeClass = (bytes - 1) / kClassBytes;
+        block = pools[sizeClass].take((sizeClass + 1) * kClassBytes);
+    } else {
+        block = _lumMalloc(bytes);
+        if (!block) throw std::bad_alloc();
+    }
+    auto* key = static_cast<KvRxDictionaryKey*>(block);
     key->length = int32_t(length);
-    std::memcpy(static_cast<void*>(key + 1), text, bytes);
-    return key;
+    std::memcpy(static_cast<void*>(key + 1), text, (length + 1) * sizeof(char16_t));
+    return Owner(key, Release{this});
 }
 
-void KvRxDictionaryKey::release(KvRxDictionaryKey* key) { _lumFree(key); }
+void KvRxDictionaryKeyPool::release(KvRxDictionaryKey* key) {
+    if (!key) return;
+    size_t bytes = bytesOf(size_t(key->length));
+    if (bytes <= kPooledBytes)
+        pools[(bytes - 1) / kClassBytes].give(key);
+    else
+        _lumFree(key);
+}
 
 char16_t KvRxDictionaryKeyIndex::foldedBeyondAscii(char16_t c) { return lumplatform::foldCaseUnit(c); }
 

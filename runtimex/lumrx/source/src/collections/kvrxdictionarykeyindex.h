@@ -12,26 +12,54 @@
 // look-up finds the entry that a walk from slot 0 would find first.
 #pragma once
 
+#include "collections/kvrxdictionaryblockpool.h"
+
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <unordered_map>
 #include <vector>
 
 class KvRxObject;
 
 // A key of the dictionary: its length in units, then the units and a closing zero, in
-// one block from _lumMalloc. Owned by the entry that holds it (or, before it is
-// entered, by a KvRxDictionaryKey::Owner); made by make() and freed by release().
+// one block of its dictionary's key pool. Owned by the entry that holds it (before it is
+// entered, by the KvRxDictionaryKeyPool::Owner that holds it).
 struct KvRxDictionaryKey {
     int32_t length;
 
     const char16_t* text() const { return reinterpret_cast<const char16_t*>(this + 1); }
-    // A copy of `text`; null when no memory is left.
-    static KvRxDictionaryKey* make(const char16_t* text);
-    static void release(KvRxDictionaryKey* key);
+};
+
+// The blocks of a dictionary's keys: a block pool for each size class of up to
+// kPooledBytes, so that the keys lie together, apart from the values; a longer key is
+// a block of the heap of its own.
+//
+// Owned by its dictionary; owns its pools (made with the first key) and so the blocks of
+// the keys in them.
+class KvRxDictionaryKeyPool {
+public:
+    KvRxDictionaryKeyPool() = default;
+    ~KvRxDictionaryKeyPool() { delete[] pools; }
+    KvRxDictionaryKeyPool(const KvRxDictionaryKeyPool&) = delete;
+    KvRxDictionaryKeyPool& operator=(const KvRxDictionaryKeyPool&) = delete;
+
     struct Release {
-        void operator()(KvRxDictionaryKey* key) const { release(key); }
+        KvRxDictionaryKeyPool* pool;
+        void operator()(KvRxDictionaryKey* key) const { pool->release(key); }
     };
+    using Owner = std::unique_ptr<KvRxDictionaryKey, Release>;
+
+    // A key of `text`. Throws std::bad_alloc.
+    Owner make(const char16_t* text);
+    void release(KvRxDictionaryKey* key);
+
+private:
+    static const size_t kClassBytes = 16;
+    static const size_t kPooledBytes = 256;
+    static size_t bytesOf(size_t length) { return sizeof(KvRxDictionaryKey) + (length + 1) * sizeof(char16_t); }
+
+    KvRxDictionaryBlockPool* pools = nullptr;  // kPooledBytes / kClassBytes of them
 };
 
 struct KvRxDictionaryEntry {

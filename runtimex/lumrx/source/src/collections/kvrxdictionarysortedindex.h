@@ -15,51 +15,20 @@
 // place.
 #pragma once
 
+#include "collections/kvrxdictionaryblockpool.h"
 #include "collections/kvrxdictionarykeyindex.h"
 
 #include <cstddef>
 #include <map>
 #include <vector>
 
-// Blocks of one size, carved from chunks that grow with the pool. A block given back is
-// taken again before a new one is carved.
-//
-// Owns its chunks (from _lumMalloc), freed with the pool; the blocks live in them.
-//
-// Invariant: every block is either taken, or on the free list, or above `carved` in the
-// newest chunk; the first block of a chunk holds the link to the chunk before it.
-class KvRxDictionaryNodePool {
-public:
-    KvRxDictionaryNodePool() = default;
-    ~KvRxDictionaryNodePool();
-    KvRxDictionaryNodePool(const KvRxDictionaryNodePool&) = delete;
-    KvRxDictionaryNodePool& operator=(const KvRxDictionaryNodePool&) = delete;
-
-    // A block of `size` bytes; every call asks the same size. Throws std::bad_alloc.
-    void* take(size_t size);
-    void give(void* block);
-
-private:
-    struct FreeBlock {
-        FreeBlock* next;
-    };
-    void newChunk();
-
-    size_t blockSize = 0;
-    FreeBlock* freeList = nullptr;
-    void* chunks = nullptr;  // the newest chunk; each starts with the link to the one before
-    char* carved = nullptr;  // next block to carve in the newest chunk
-    char* chunkEnd = nullptr;
-    size_t chunkBlocks = 8;  // blocks in the next chunk; doubles up to a limit
-};
-
 // Gives the tree's nodes from a pool; other requests go to the heap.
 template <class T>
 struct KvRxDictionaryNodeAllocator {
     using value_type = T;
-    KvRxDictionaryNodePool* pool;
+    KvRxDictionaryBlockPool* pool;
 
-    explicit KvRxDictionaryNodeAllocator(KvRxDictionaryNodePool* pool) : pool(pool) {}
+    explicit KvRxDictionaryNodeAllocator(KvRxDictionaryBlockPool* pool) : pool(pool) {}
     template <class U>
     KvRxDictionaryNodeAllocator(const KvRxDictionaryNodeAllocator<U>& other) : pool(other.pool) {}
     T* allocate(size_t n) {
@@ -101,7 +70,7 @@ public:
     Tree::iterator end() { return tree.end(); }
 
 private:
-    KvRxDictionaryNodePool pool;  // before the tree: made first, freed last
+    KvRxDictionaryBlockPool pool;  // before the tree: made first, freed last
     Tree tree;
     std::vector<Tree::iterator> nodes;
 };
