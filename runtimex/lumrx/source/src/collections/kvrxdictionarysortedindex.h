@@ -1,18 +1,17 @@
-// The key order of a sorted dictionary: an ordered map from key text to slot, with
-// the node of every slot remembered, so that a removal or a key reset erases its node
-// without a search of the tree. A node holds the key's text pointer itself, so that a
-// comparison in the tree reads the node and the text, not the key object between. The
+// The key order of a sorted dictionary: an ordered map from key to slot, with the node
+// of every slot remembered, so that a removal or a key reset erases its node without a
+// search of the tree. A comparison in the tree reads the node and the key's block,
+// which holds the length beside the text. The
 // nodes come from the index's own pool: they lie together, apart from the entries'
 // values, so that a walk or a search of the tree touches few cache lines and pages.
 //
-// Owns: its node pool (and so every tree node) and the table of nodes by slot; the keys,
-// and the texts the nodes point into, belong to the entries.
+// Owns: its node pool (and so every tree node) and the table of nodes by slot; the keys
+// the nodes point to belong to the entries.
 //
 // Invariant (kept in kvrxdictionarysortedindex.cpp): the tree holds exactly the live
-// keys, at most one per key by the case rule, each with the slot that holds it and
-// that key's own text; for every live slot, `nodes[slot]` is the node of its key. A key's
-// text doesn't move while the key is an entry's: a key is replaced, never changed in
-// place.
+// keys, at most one per key by the case rule, each with the slot that holds it; for
+// every live slot, `nodes[slot]` is the node of its key. A key never changes while it
+// is an entry's: it is replaced.
 #pragma once
 
 #include "collections/kvrxdictionaryblockpool.h"
@@ -48,17 +47,17 @@ struct KvRxDictionaryNodeAllocator {
 
 class KvRxDictionarySortedIndex {
 public:
-    // Orders texts as LumCharOp::compare, or compareNoCase under the ignore-case rule:
-    // unit by unit, case-blind by simple case folding.
-    struct TextLess {
+    // Orders keys as LumCharOp::compare orders their texts, or compareNoCase under the
+    // ignore-case rule: unit by unit, case-blind by simple case folding.
+    struct KeyLess {
         bool ignoreCase;
-        bool operator()(const char16_t* a, const char16_t* b) const;
+        bool operator()(const KvRxDictionaryKey* a, const KvRxDictionaryKey* b) const;
     };
-    using Tree = std::map<const char16_t*, int, TextLess,
-                          KvRxDictionaryNodeAllocator<std::pair<const char16_t* const, int>>>;
+    using Tree = std::map<const KvRxDictionaryKey*, int, KeyLess,
+                          KvRxDictionaryNodeAllocator<std::pair<const KvRxDictionaryKey* const, int>>>;
 
     explicit KvRxDictionarySortedIndex(bool ignoreCase)
-        : tree(TextLess{ignoreCase}, Tree::allocator_type(&pool)) {}
+        : tree(KeyLess{ignoreCase}, Tree::allocator_type(&pool)) {}
 
     bool contains(const KvRxDictionaryKey* key) const;
     // Enters the key of the live `slot`; on failure nothing changes.
