@@ -6,7 +6,9 @@
 #include "kernel/kvrximpclass.h"
 #include "kvrxmap.h"
 
+#include <algorithm>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -55,6 +57,89 @@ TEST_F(ClassIndexes, LinesFollowClassesLinkedLateAndBelowWaitingParents) {
     for (KvRxClass* c : {child, parent, top, cousin}) deleteKvRxClass(c);
     KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_TRUE(recorder.faults.empty()) << "children went first";
+}
+
+// Lines against the parent links, over classes registered in shuffled order and linked
+// in several passes, some ended by a parent that isn't there yet or by a loop: after
+// every pass, a class is derived from exactly the classes its parent links reach.
+TEST_F(ClassIndexes, LinesMatchTheParentLinksAfterEveryPassHoweverItEnds) {
+    RecordingCrashRecorder recorder;
+    // In name order: A below B below C, each linked while its parent waits, C below the
+    // root; then D, whose parent isn't there, ends the pass.
+    KvRxClass* a = newKvRxClass(u"TestPassA", u"TestPassB");
+    KvRxClass* b = newKvRxClass(u"TestPassB", u"TestPassC");
+    KvRxClass* c = newKvRxClass(u"TestPassC", u"OvRxObject");
+    KvRxClass* d = newKvRxClass(u"TestPassD", u"TestPassMissing");
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    EXPECT_TRUE(a->isDerivedFrom(c));
+    EXPECT_TRUE(a->isDerivedFrom(KvRxObject::desc())) << "the line of A reaches the root";
+    EXPECT_TRUE(b->isDerivedFrom(KvRxObject::desc()));
+    EXPECT_FALSE(d->isDerivedFrom(KvRxObject::desc()));
+    for (KvRxClass* gone : {d, a, b, c}) {
+        deleteKvRxClass(gone);
+        KvRxClassState::destroyDoomedRxClasses(true);
+    }
+    recorder.lines.clear();
+    recorder.faults.clear();
+
+    const int n = 120;
+    std::mt19937 random(5);
+    std::vector<int> parentOf(n);
+    for (int i = 0; i < n; ++i) parentOf[size_t(i)] = i == 0 ? -1 : int(random() % unsigned(i));
+    auto nameOf = [](int i) {
+        std::u16string name = u"TestPass";
+        for (char c : std::to_string(i * 7919 % 1000 + i * 1000)) name.push_back(char16_t(c));
+        return name;
+    };
+    std::vector<int> order(n);
+    for (int i = 0; i < n; ++i) order[size_t(i)] = i;
+    std::shuffle(order.begin(), order.end(), random);
+    std::vector<KvRxClass*> classes(n, nullptr);
+    auto check = [&] {
+        for (int a = 0; a < n; ++a) {
+            if (!classes[size_t(a)]) continue;
+            for (int b = 0; b < n; ++b) {
+                if (!classes[size_t(b)]) continue;
+                bool reached = false;
+                for (const KvRxClass* c = classes[size_t(a)]; c && !reached; c = c->myParent())
+                    reached = c == classes[size_t(b)];
+                if (classes[size_t(a)]->isDerivedFrom(classes[size_t(b)]) != reached) return false;
+            }
+        }
+        return true;
+    };
+    size_t registered = 0;
+    for (int pass = 0; registered < order.size(); ++pass) {
+        for (size_t k = 0; k < 25 && registered < order.size(); ++k, ++registered) {
+            int i = order[registered];
+            std::u16string parent = i == 0 ? u"OvRxObject" : nameOf(parentOf[size_t(i)]);
+            classes[size_t(i)] = newKvRxClass(nameOf(i).c_str(), parent.c_str());
+        }
+        size_t faults = recorder.faults.size() + recorder.lines.size();
+        try {
+            kvrxBuildClassHierarchy();
+        } catch (LumException* e) {
+            delete e;
+        }
+        ASSERT_TRUE(check()) << "after pass " << pass << ", " << recorder.lines.size() + recorder.faults.size() - faults
+                             << " records";
+    }
+    kvrxBuildClassHierarchy();
+    ASSERT_TRUE(check());
+    for (int i = 1; i < n; ++i) EXPECT_EQ(classes[size_t(i)]->myParent(), classes[size_t(parentOf[size_t(i)])]);
+
+    // A loop: a waiting class whose parent is below it is refused, and lines stay.
+    KvRxClass* top = newKvRxClass(u"TestPassLoopTop", u"TestPassLoopLow");
+    KvRxClass* low = newKvRxClass(u"TestPassLoopLow", u"TestPassLoopTop");
+    EXPECT_LUM_THROW(kvrxBuildClassHierarchy(), "Regist rx class with wrong order!!!");
+    EXPECT_TRUE(low->isDerivedFrom(top) != top->isDerivedFrom(low)) << "one of them linked";
+    EXPECT_TRUE(check());
+    for (KvRxClass* c : {low, top}) {
+        deleteKvRxClass(c);
+        KvRxClassState::destroyDoomedRxClasses(true);
+    }
+    // Children go before their parents.
+    for (int i = n - 1; i >= 0; --i) deleteKvRxClass(classes[size_t(i)]);
 }
 
 TEST_F(ClassIndexes, NamesAreFoundInAnyCaseUntilTheClassGoes) {

@@ -19,6 +19,8 @@ KvArray<KvRxClass*> gDoomedClasses;
 KvArray<KvRxClass*> gAbandonedClasses;
 // Read by destruction; false only during the final walk of shut-down.
 bool gCheckOrder = true;
+// The classes linked since the lines were last settled, in the order they linked.
+KvArray<KvRxClassState*> gLinkedInPass;
 
 const unsigned kSubClassNamesSize = 260;
 
@@ -237,27 +239,54 @@ void KvRxClassState::link() {
     if (!m_parentName) return;
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
     KvRxClass* parent = g ? g->findClass(m_parentName) : nullptr;
-    // A parent that is this class or below it would close a loop in the tree.
-    if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
+    // A parent that is this class or below it would close a loop in the tree: this
+    // class, which waits, would be its topmost class.
+    if (parent && of(parent)->topmost() == m_rxClass) parent = nullptr;
     if (!parent) {
+        settleLines();
         kvrxRecordLine(u"Regist rxclass ModuleName: %s, ParentClassName: %s , ClassName: %s !!!",
                        moduleNameForRecord(), m_parentName, m_className);
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
     KvRxClassState* parentImpl = of(parent);
+    // Room first: a class in the list is one whose line below may need settling.
+    gLinkedInPass.append(this);
+    // The parent's line may itself be unsettled: this one then starts at the same top.
     if (!m_ancestry.makeBelow(parentImpl->m_ancestry, m_rxClass)) throw std::bad_alloc();
-    renewDescendantLines();
     parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
     m_parentName = nullptr;
 }
 
-void KvRxClassState::renewDescendantLines() {
+const KvRxClass* KvRxClassState::topmost() const {
+    // Each step goes to the top of a line, and from a top that has a parent since to
+    // that parent's line: always upwards.
+    const KvRxClass* top = m_ancestry.at(0);
+    while (const KvRxClass* above = of(top)->m_parent) top = of(above)->m_ancestry.at(0);
+    return top;
+}
+
+bool KvRxClassState::lineUnsettled() const { return of(m_ancestry.at(0))->m_parent != nullptr; }
+
+void KvRxClassState::settleChildLines() {
     for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
+        if (!child->lineUnsettled()) continue;
         if (!child->m_ancestry.makeBelow(m_ancestry, child->m_rxClass)) throw std::bad_alloc();
-        child->renewDescendantLines();
+        child->settleChildLines();
     }
+}
+
+// A line is a true path from its top down, made when its top had no parent; it is
+// unsettled once that top has one. Every unsettled line lies below a class linked in
+// the pass; below the highest of them with a settled line, a walk settles each one
+// once. A class whose own line is unsettled is reached from above it.
+void KvRxClassState::settleLines() {
+    for (int i = 0; i < gLinkedInPass.length(); ++i) {
+        KvRxClassState* linked = gLinkedInPass[i];
+        if (!linked->lineUnsettled()) linked->settleChildLines();
+    }
+    gLinkedInPass.removeAll();
 }
 
 void KvRxClassState::appendChild(KvRxClassState* child) {

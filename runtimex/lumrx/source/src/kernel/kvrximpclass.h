@@ -90,8 +90,12 @@ public:
 
     // Links the class to its parent by name, and takes over the parent's extensions
     // and the first overrule of each of its lists; nothing to do once linked. A parent
-    // that isn't registered is recorded and fatal.
+    // that isn't registered is recorded and fatal. The lines below the class are made
+    // by settleLines(), which the linking pass calls when it ends, however it ends.
     void link();
+    // Makes the line of every class below a class linked since the last call anew,
+    // each once.
+    static void settleLines();
 
     // A new node for `overrule`: at the head, or behind the last node with `atEnd`.
     void addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd);
@@ -140,8 +144,14 @@ private:
     // its own (neither null nor `oldValue`), then does the same below.
     void copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue);
     void inheritFrom(const KvRxClassState* parent);
-    // Makes the lines of the classes below this one anew after this one's changed.
-    void renewDescendantLines();
+    // The topmost class above this one along the parent links, found across the tops
+    // of lines not yet settled; this class if it has no parent.
+    const KvRxClass* topmost() const;
+    // True if the line of this class starts at a class that has a parent since.
+    bool lineUnsettled() const;
+    // Makes the lines of this class's children anew where they are unsettled, and so on
+    // down; this class's own line is settled.
+    void settleChildLines();
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
     // Takes this class out of the protocol maps of all registered classes.
