@@ -282,9 +282,16 @@ void KvRxClassState::settleChildLines() {
 // the pass; below the highest of them with a settled line, a walk settles each one
 // once. A class whose own line is unsettled is reached from above it.
 void KvRxClassState::settleLines() {
-    for (int i = 0; i < gLinkedInPass.length(); ++i) {
-        KvRxClassState* linked = gLinkedInPass[i];
-        if (!linked->lineUnsettled()) linked->settleChildLines();
+    try {
+        for (int i = 0; i < gLinkedInPass.length(); ++i) {
+            KvRxClassState* linked = gLinkedInPass[i];
+            if (!linked->lineUnsettled()) linked->settleChildLines();
+        }
+    } catch (...) {
+        // No memory for a long line: the list empties all the same, as it holds no
+        // class past the pass.
+        gLinkedInPass.removeAll();
+        throw;
     }
     gLinkedInPass.removeAll();
 }
