@@ -224,6 +224,33 @@ TEST_F(ClassIndexes, ChildrenLeaveTheirParentFromAnyPlaceAndJoinAtTheEnd) {
     EXPECT_EQ(recorder.faults.size(), 1u) << "the children leave the abandoned parent in order";
 }
 
+// A waiting class whose entry was moved to another id through the dictionary's own
+// interface still links, in name order with the others.
+TEST_F(ClassIndexes, AWaitingClassMovedInTheDictionaryStillLinksInNameOrder) {
+    RecordingCrashRecorder recorder;
+    auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
+    KvRxClass* parent = newKvRxClass(u"TestMovedParent", u"OvRxObject");
+    std::vector<KvRxClass*> made;
+    for (const char16_t* name : {u"TestMovedKidc", u"TestMovedKidB", u"TestMovedKida", u"TestMovedKidD"})
+        made.push_back(newKvRxClass(name, u"TestMovedParent"));
+    unsigned oldId = classes->idAt(u"TestMovedKidB");
+    KvRxObject* moved = classes->remove(oldId);
+    made.push_back(newKvRxClass(u"TestMovedFiller", u"OvRxObject"));
+    EXPECT_EQ(classes->idAt(u"TestMovedFiller"), oldId) << "the filler takes the freed id";
+    unsigned newId = 0;
+    EXPECT_EQ(classes->atPut(u"TestMovedKidB", moved, newId), nullptr);
+    EXPECT_NE(newId, oldId);
+    kvrxBuildClassHierarchy();
+    for (KvRxClass* c : made) EXPECT_NE(c->myParent(), nullptr) << utf8(c->name());
+    deleteKvRxClass(parent);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    ASSERT_EQ(recorder.lines.size(), 1u);
+    EXPECT_EQ(utf8(recorder.lines.back()),
+              "ModuleName: , ClassName: TestMovedParent , SubClassNames: "
+              "TestMovedKida,TestMovedKidB,TestMovedKidc,TestMovedKidD, ");
+    for (KvRxClass* c : made) deleteKvRxClass(c);
+}
+
 TEST_F(ClassIndexes, AClassThatGoesBeforeItsParentCameIsNoLongerWaiting) {
     RecordingCrashRecorder recorder;
     KvRxClass* orphan = newKvRxClass(u"TestIndexOrphan", u"TestIndexNeverRegistered");

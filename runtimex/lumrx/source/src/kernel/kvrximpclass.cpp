@@ -113,7 +113,7 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         }
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
-    if (impl->m_parentName) g->pendingClasses.add(rxClass);
+    if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
     impl->m_module = initialisingModule();
     return rxClass;
 }
