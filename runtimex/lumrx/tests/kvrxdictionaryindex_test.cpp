@@ -254,8 +254,10 @@ TEST_F(DictionaryIndexTest, SortedWalksFollowTheTextComparisonOfTheCaseRule) {
     for (bool ignoreCase : {false, true}) {
         DictPtr d = makeDict(true, ignoreCase);
         for (int i = 0; i < 600; ++i) {
-            std::u16string key = i % 3 ? u"" : u"SharedLongStart";
-            for (size_t n = 1 + random() % 5; n > 0; --n) key.push_back(units[random() % 10]);
+            // Starts shared by many keys, one as long as the units a node holds.
+            const char16_t* starts[] = {u"", u"", u"SharedLongStart", u"SharedStrt12"};
+            std::u16string key = starts[i % 4];
+            for (size_t n = random() % 5; n > 0; --n) key.push_back(units[random() % 10]);
             unsigned id = 0;
             d->atPut(key.c_str(), nullptr, id);
         }
