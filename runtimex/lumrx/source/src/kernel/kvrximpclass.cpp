@@ -45,31 +45,28 @@ KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoC
     : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
       m_rxClass(rxClass) {}
 
-namespace {
-
-size_t textBytes(const char16_t* text) {
-    return text ? (size_t(LumCharOp::length(text)) + 1) * sizeof(char16_t) : 0;
+size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
+    const char16_t* names[] = {r.name, r.parentName, r.dxfName, r.appName};
+    size_t total = 0;
+    for (int i = 0; i < 4; ++i) {
+        units[i] = names[i] ? size_t(LumCharOp::length(names[i])) + 1 : 0;
+        total += units[i];
+    }
+    return total * sizeof(char16_t);
 }
 
-}  // namespace
-
-size_t KvRxClassState::namesBytes(const Registration& r) {
-    return textBytes(r.name) + textBytes(r.parentName) + textBytes(r.dxfName) + textBytes(r.appName);
-}
-
-void KvRxClassState::placeNames(const Registration& r) {
+void KvRxClassState::placeNames(const Registration& r, const NameUnits& units) {
     auto* next = reinterpret_cast<char16_t*>(this + 1);
-    auto place = [&next](const char16_t* text) -> const char16_t* {
+    auto place = [&next](const char16_t* text, size_t n) -> const char16_t* {
         if (!text) return nullptr;
-        size_t units = textBytes(text) / sizeof(char16_t);
-        char16_t* copy = LumCharOp::copy(next, text, unsigned(units));
-        next += units;
+        char16_t* copy = LumCharOp::copy(next, text, unsigned(n));
+        next += n;
         return copy;
     };
-    m_className = place(r.name);
-    m_parentName = place(r.parentName);
-    m_dxfName = place(r.dxfName);
-    m_appName = place(r.appName);
+    m_className = place(r.name, units[0]);
+    m_parentName = place(r.parentName, units[1]);
+    m_dxfName = place(r.dxfName, units[2]);
+    m_appName = place(r.appName, units[3]);
     m_namesBytes = unsigned(reinterpret_cast<char*>(next) - reinterpret_cast<char*>(this + 1));
 }
 
@@ -81,9 +78,10 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     bool made = rxClass == nullptr;
     if (made) rxClass = new KvRxClass();
     // The state and its names in one block.
-    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r));
+    NameUnits units;
+    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r, units));
     KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl) impl->placeNames(r);
+    if (impl) impl->placeNames(r, units);
     if (impl && !impl->m_ancestry.makeTop(rxClass)) {
         delete impl;
         impl = nullptr;

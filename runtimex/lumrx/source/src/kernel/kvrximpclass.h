@@ -136,9 +136,11 @@ private:
     };
 
     KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
-    // The bytes of the names that follow the state in its block.
-    static size_t namesBytes(const Registration& r);
-    void placeNames(const Registration& r);
+    // Units of each of the four names, its closing zero counted; 0 for a missing one.
+    using NameUnits = size_t[4];
+    // The bytes of the names that follow the state in its block; counts `units`.
+    static size_t namesBytes(const Registration& r, NameUnits& units);
+    void placeNames(const Registration& r, const NameUnits& units);
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
