@@ -3,8 +3,8 @@
 // dynamic_cast, the look-up by name against a hash map, and registration, linking and
 // shut-down of 40 000 classes against an ordered map of their names. A run can start
 // and end only once per process, so the last two run in a child process each.
+#include "collections/kvrxdictionarykeyindex.h"
 #include "kernel/kvrximpclass.h"
-#include "kernel/kvrxclassnameindex.h"
 #include "kvrxruntime.h"
 #include "ratioreporter.h"
 
@@ -225,19 +225,26 @@ void BM_Peer_UnorderedMapFindBuiltKey(benchmark::State& state) {
 }
 BENCHMARK(BM_Peer_UnorderedMapFindBuiltKey);
 
-// Bytes per class of a class linked at `depth` with a name of 12 units. The state
-// before the indexes had neither the line, nor the family byte, nor the index entry.
+// Bytes per class of a class linked at `depth` with a name of 12 units, and of its
+// entry's key in the class dictionary. Before: a table of the names beside the
+// dictionary (a hash node and a bucket per class), a child's place in its parent's
+// list as a node of its own (as many bytes as the sibling links in the state now
+// take), and a key as a string object with its text apart.
+const unsigned long kNameTableBytes = 5 * sizeof(void*);
+
 void printMemoryNotes() {
     Runtime& r = runtime();
     for (int depth : {1, 8, kDeep}) {
         const KvRxClassState* state = KvRxClassState::of(r.chain[size_t(depth)]);
-        unsigned long after = state->footprint() + KvRxClassNameIndex::bytesPerEntry();
-        unsigned long before = state->footprint() - state->ancestry().heapBytes() -
-                               sizeof(KvRxClassAncestry) - sizeof(void*);
+        unsigned long after = state->footprint();
         RatioReporter::printNote("bytes per class at depth " + std::to_string(depth) +
                                  " (kernel's own, dictionary entry apart): before " +
-                                 std::to_string(before) + ", after " + std::to_string(after));
+                                 std::to_string(after + kNameTableBytes) + ", after " + std::to_string(after));
     }
+    unsigned long text = 13 * sizeof(char16_t);
+    RatioReporter::printNote("bytes per class dictionary key of 12 units: before " +
+                             std::to_string(sizeof(KvRxString) + text) + " in two blocks, after " +
+                             std::to_string(sizeof(KvRxDictionaryKey) + text) + " in one");
 }
 
 }  // namespace

@@ -192,4 +192,88 @@ TEST_F(DictionaryIndexTest, ManyKeysReuseTheLowestIdsAndWalkInKeyOrder) {
     EXPECT_EQ(d->idAt(keyOf(0).c_str()), 0u);
 }
 
+// Keys of every length that come and go in waves, keys reset, and a dictionary emptied
+// and filled again keep the sorted walk exact: every live key once, in order, each with
+// its own id; the blocks of removed keys and nodes serve new ones.
+TEST_F(DictionaryIndexTest, SortedWalksStayExactAsKeysComeAndGoInWaves) {
+    DictPtr d = makeDict(true, true);
+    std::map<std::u16string, unsigned> model;  // upper-case key -> id
+    std::mt19937 random(11);
+    auto check = [&] {
+        std::unique_ptr<KvRxDictionaryIterator> it(d->newIterator(0));
+        for (const auto& entry : model) {
+            if (it->done()) return false;
+            if (upper(it->key()) != entry.first || it->id() != entry.second) return false;
+            it->next();
+        }
+        return it->done() && d->numEntries() == model.size();
+    };
+    for (int wave = 0; wave < 6; ++wave) {
+        for (int i = 0; i < 1500; ++i) {
+            // Keys of every length: short ones, and ones too long for a pooled block.
+            int n = int(random() % 4000);
+            std::u16string key = std::u16string(size_t(n % 7 == 0 ? 150 : n % 40), u'p') + keyOf(n);
+            unsigned id = 0;
+            d->atPut(key.c_str(), nullptr, id);
+            model.emplace(upper(key), id);
+        }
+        ASSERT_TRUE(check()) << "after filling, wave " << wave;
+        for (auto it = model.begin(); it != model.end();) {
+            if (random() % 3) {
+                ++it;
+                continue;
+            }
+            ASSERT_EQ(d->remove(it->second), nullptr);
+            it = model.erase(it);
+        }
+        ASSERT_TRUE(check()) << "after removing, wave " << wave;
+        // A key reset to one of another length keeps its id and takes its new place.
+        if (!model.empty()) {
+            auto first = model.begin();
+            unsigned id = first->second;
+            std::u16string renamed = u"R" + std::u16string(size_t(wave * 37), u'r') + keyOf(wave);
+            ASSERT_TRUE(d->resetKey(id, renamed.c_str()));
+            model.erase(first);
+            model.emplace(upper(renamed), id);
+        }
+        ASSERT_TRUE(check()) << "after a reset, wave " << wave;
+        if (wave == 3) {
+            d->clear(false);
+            model.clear();
+            ASSERT_TRUE(check());
+        }
+    }
+}
+
+// The sorted walk orders keys as the text comparison of the case rule does, beyond
+// ASCII too: units that fold alike sort alike, a key sorts after its own start, and a
+// long shared start doesn't change the order.
+TEST_F(DictionaryIndexTest, SortedWalksFollowTheTextComparisonOfTheCaseRule) {
+    const char16_t units[] = {u'a', u'B', u'b', u'_', u'[', u'\u00C9', u'\u00E9', u'\u03A3', u'\u03C3', u'z'};
+    std::mt19937 random(7);
+    for (bool ignoreCase : {false, true}) {
+        DictPtr d = makeDict(true, ignoreCase);
+        for (int i = 0; i < 600; ++i) {
+            // Starts shared by many keys, one as long as the units a node holds.
+            const char16_t* starts[] = {u"", u"", u"SharedLongStart", u"SharedStrt12"};
+            std::u16string key = starts[i % 4];
+            for (size_t n = random() % 5; n > 0; --n) key.push_back(units[random() % 10]);
+            unsigned id = 0;
+            d->atPut(key.c_str(), nullptr, id);
+        }
+        std::unique_ptr<KvRxDictionaryIterator> it(d->newIterator(0));
+        std::u16string last;
+        unsigned walked = 0;
+        for (; !it->done(); it->next(), ++walked) {
+            if (!last.empty()) {
+                int order = ignoreCase ? LumCharOp::compareNoCase(last.c_str(), it->key())
+                                       : LumCharOp::compare(last.c_str(), it->key());
+                ASSERT_LT(order, 0) << utf8(last) << " before " << utf8(it->key());
+            }
+            last = it->key();
+        }
+        EXPECT_EQ(walked, d->numEntries());
+    }
+}
+
 }  // namespace

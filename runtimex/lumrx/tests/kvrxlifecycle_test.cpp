@@ -6,6 +6,8 @@
 #include "kvrxvalue.h"
 
 #include <cstdlib>
+#include <memory>
+#include <string>
 
 namespace {
 
@@ -54,6 +56,48 @@ TEST(RuntimeLifecycle, ShutDownDestroysClassesWithoutAClassOfTheirOwn) {
             kvrxBuildClassHierarchy();
             UninitializeKvRxSystem();
             std::_Exit(CountedValueType::live == 0 ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
+// A class whose destructor looks at the class dictionary while shut-down walks it: by
+// name, and by walks in name and id order.
+class LookingValueType : public KvRxValueType {
+public:
+    static std::string seen;
+    explicit LookingValueType(const char16_t* name) : KvRxValueType(name, 8u, nullptr, nullptr) {}
+    ~LookingValueType() override {
+        for (const char16_t* name : {u"TestWalkA", u"testwalkb", u"TestWalkZ"})
+            seen += kvrxFindKvRxClass(name) ? '+' : '-';
+        auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
+        seen += walkMatches(classes, kDictSorted) && walkMatches(classes, kDictById) ? " " : "! ";
+    }
+    bool equalTo(const void*, const void*) const override { return false; }
+
+private:
+    // Every entry of the walk is a live class found under its key, and the walk sees
+    // as many as the dictionary counts.
+    static bool walkMatches(KvRxDictionary* classes, int order) {
+        unsigned count = 0;
+        std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(order));
+        for (; !it->done(); it->next(), ++count)
+            if (!it->object() || kvrxFindKvRxClass(it->key()) != it->object()) return false;
+        return count == classes->numEntries();
+    }
+};
+std::string LookingValueType::seen;
+
+TEST(RuntimeLifecycle, DestructorsRunningInTheShutDownWalkSeeOnlyTheClassesStillThere) {
+    // Classes go in name order: A, then B, then Z.
+    EXPECT_EXIT(
+        {
+            InitializeKvRxSystem();
+            new LookingValueType(u"TestWalkZ");
+            new LookingValueType(u"TestWalkB");
+            new LookingValueType(u"TestWalkA");
+            kvrxBuildClassHierarchy();
+            UninitializeKvRxSystem();
+            std::_Exit(LookingValueType::seen == "-++ --+ --- " ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }

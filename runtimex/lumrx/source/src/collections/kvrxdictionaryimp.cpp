@@ -19,7 +19,7 @@ KvRxDictionaryImp* KvRxDictionaryImp::createDictionary(unsigned int length, bool
 
 KvRxDictionaryImp::KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignoreCase,
                                      const KvRxClass* restrictTo)
-    : sortedIndex(sorted ? new SortedIndex() : nullptr),
+    : sortedIndex(sorted ? new SortedIndex(ignoreCase) : nullptr),
       restrictTo(restrictTo),
       deleteObjects(deleteObjects),
       caseSensitive(!ignoreCase),
@@ -31,8 +31,10 @@ KvRxDictionaryImp::~KvRxDictionaryImp() {
     _lumFree(entries.data);
 }
 
-KvRxString* KvRxDictionaryImp::makeKey(const char16_t* text) const {
-    return new KvRxString(text, !caseSensitive);
+bool KvRxDictionaryImp::sameKey(const Key* a, const Key* b) const {
+    if (a->length != b->length) return false;
+    return caseSensitive ? LumCharOp::compare(a->text(), b->text()) == 0
+                         : LumCharOp::compareNoCase(a->text(), b->text()) == 0;
 }
 
 bool KvRxDictionaryImp::accepts(const KvRxObject* object) const {
@@ -113,28 +115,33 @@ KvRxObject* KvRxDictionaryImp::atPut(const char16_t* key, KvRxObject* object, un
         KvRxClass* cls = object->isA();
         if (cls && cls->myParent() && !accepts(object)) return object;
     }
-    int slot = find(key);
+    uint32_t hash;
+    int slot = keyIndex.find(entries.data, key, hash);
     if (slot >= 0) {
         retId = unsigned(slot) + 1;
         return replaceValue(slot, object);
     }
-    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    KeyOwner newKey = makeKey(key);
     slot = firstFreeSlot();
     if (slot < 0) {
         slot = entries.length;
         setLength(entries.length + 1);
     }
-    enter(slot, std::move(newKey), object);
+    enter(slot, std::move(newKey), object, &hash);
     retId = unsigned(slot) + 1;
     return nullptr;
 }
 
-void KvRxDictionaryImp::enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object) {
+void KvRxDictionaryImp::enter(int slot, KeyOwner key, KvRxObject* object,
+                              const uint32_t* newKeyHash) {
     Entry& e = entries.data[slot];
     e.key = key.get();
     e.value = object;
     try {
-        keyIndex.insert(entries.data, slot);
+        if (newKeyHash)
+            keyIndex.insertNew(slot, *newKeyHash);
+        else
+            keyIndex.insert(entries.data, slot);
         try {
             if (sortedIndex) sortedIndex->insert(key.get(), slot);
         } catch (...) {
@@ -161,23 +168,23 @@ KvRxObject* KvRxDictionaryImp::atPut(unsigned int id, KvRxObject* object) {
 bool KvRxDictionaryImp::atKeyAndIdPut(const char16_t* key, unsigned int id, KvRxObject* object) {
     if (!key || !*key || !object || !accepts(object)) return false;
     if (id == 0 || id > unsigned(INT32_MAX) || liveSlot(id) >= 0) return false;
-    std::unique_ptr<KvRxString> newKey(makeKey(key));
+    KeyOwner newKey = makeKey(key);
     if (takenInIndex(newKey.get())) return false;
     if (int(id) > entries.length) setLength(int(id));
     enter(int(id) - 1, std::move(newKey), object);
     return true;
 }
 
-bool KvRxDictionaryImp::takenInIndex(const KvRxString* key) const {
+bool KvRxDictionaryImp::takenInIndex(const Key* key) const {
     // The sorted index holds one node per text: a second entry under the same text
     // could not be reached, and its removal would take the first one's node.
     return sortedIndex && sortedIndex->contains(key);
 }
 
 bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
-    std::unique_ptr<KvRxString> key(makeKey(newKey));
-    KvRxString* old = entries.data[slot].key;
-    if (old->compareText(*key) != KvRx::kEqual && takenInIndex(key.get())) return false;
+    KeyOwner key = makeKey(newKey);
+    Key* old = entries.data[slot].key;
+    if (!sameKey(old, key.get()) && takenInIndex(key.get())) return false;
     keyIndex.erase(entries.data, slot);
     entries.data[slot].key = key.get();
     try {
@@ -195,7 +202,7 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
         throw;
     }
     key.release();
-    delete old;
+    keys.release(old);
     return true;
 }
 
@@ -214,13 +221,13 @@ KvRxObject* KvRxDictionaryImp::removeSlot(int slot, uint32_t hash) {
     Entry& e = entries.data[slot];
     if (sortedIndex) sortedIndex->erase(slot);
     keyIndex.erase(entries.data, slot, hash);
-    KvRxString* key = e.key;
+    Key* key = e.key;
     KvRxObject* value = e.value;
     e.key = nullptr;
     e.value = nullptr;
     freeSlots.setFree(slot);
     --liveCount;
-    delete key;
+    keys.release(key);
     if (value && deleteObjects) {
         delete value;
         return nullptr;
@@ -240,6 +247,17 @@ KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
     return slot < 0 ? nullptr : removeSlot(slot, hash);
 }
 
+bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value) {
+    if (!key || !*key) return false;
+    uint32_t hash;
+    int slot = keyIndex.find(entries.data, key, hash);
+    if (slot < 0 || entries.data[slot].value != value) return false;
+    // Taken out first: a dictionary that owns its values would delete this one.
+    entries.data[slot].value = nullptr;
+    removeSlot(slot, hash);
+    return true;
+}
+
 void KvRxDictionaryImp::clear(bool deleteValues) {
     if (sortedIndex) sortedIndex->clear();
     keyIndex.clear();
@@ -247,7 +265,7 @@ void KvRxDictionaryImp::clear(bool deleteValues) {
     liveCount = 0;
     for (int i = 0; i < entries.length; ++i) {
         Entry& e = entries.data[i];
-        delete e.key;
+        keys.release(e.key);
         if (deleteObjects || deleteValues) delete e.value;
         e.key = nullptr;
         e.value = nullptr;
@@ -310,7 +328,7 @@ KvRxObject* KvRxDictionaryImpIterator::object() const {
 const char16_t* KvRxDictionaryImpIterator::key() const {
     int s = currentSlot();
     // A slot whose entry was removed under the iterator reads as free.
-    KvRxString* k = s < 0 ? nullptr : dictionary->entries.data[s].key;
+    const KvRxDictionaryKey* k = s < 0 ? nullptr : dictionary->entries.data[s].key;
     return k ? k->text() : nullptr;
 }
 

@@ -1,7 +1,8 @@
 // The one implementation of KvRxDictionary.
 //
-// Owns: the entry array (one block from _lumMalloc), every key object in it, the sorted
-// index (sorted dictionaries only; it shares the key objects), the key index and the
+// Owns: the entry array (one block from _lumMalloc), its key pool and so every key in
+// the entries, the sorted
+// index (sorted dictionaries only; it points into the keys' texts), the key index and the
 // free-slot map (both by value), and the values only when made with deleteObjects.
 //
 // Invariants: a slot is live exactly when its key isn't null; a free slot has a null
@@ -24,6 +25,8 @@ class KvRxDictionaryImp : public KvRxDictionary {
 public:
     using Entry = KvRxDictionaryEntry;
     using SortedIndex = KvRxDictionarySortedIndex;
+    using Key = KvRxDictionaryKey;
+    using KeyOwner = KvRxDictionaryKeyPool::Owner;
 
     static KvRxDictionaryImp* createDictionary(unsigned int length, bool deleteObjects, bool sorted,
                                                bool ignoreCase, const KvRxClass* restrictTo);
@@ -55,6 +58,9 @@ public:
     bool isCaseSensitive() const override { return caseSensitive; }
     bool isSorted() const override { return sortedIndex != nullptr; }
 
+    // Takes out the entry of `key` if its value is `value`; false, and nothing changes,
+    // otherwise. The value isn't deleted.
+    bool removeIfHolds(const char16_t* key, const KvRxObject* value);
     // Empties the dictionary; values are deleted if it owns them or `deleteValues`.
     void clear(bool deleteValues);
 
@@ -86,14 +92,20 @@ private:
     // `hash` is the key index's hash of the slot's key.
     KvRxObject* removeSlot(int slot, uint32_t hash);
     bool resetSlotKey(int slot, const char16_t* newKey);
-    bool takenInIndex(const KvRxString* key) const;
+    bool takenInIndex(const Key* key) const;
+    // The texts of `a` and `b` match by the dictionary's case rule.
+    bool sameKey(const Key* a, const Key* b) const;
     void setLength(int n);
     void reserve(int n);
     int firstFreeSlot() const;
-    KvRxString* makeKey(const char16_t* text) const;
-    // Stores a new live entry in the free `slot`; on failure nothing is stored.
-    void enter(int slot, std::unique_ptr<KvRxString> key, KvRxObject* object);
+    // A key of `text`; throws std::bad_alloc when no memory is left.
+    KeyOwner makeKey(const char16_t* text) { return keys.make(text); }
+    // Stores a new live entry in the free `slot`; on failure nothing is stored. With
+    // `newKeyHash`, no live slot holds the key and that is its hash.
+    void enter(int slot, KeyOwner key, KvRxObject* object,
+               const uint32_t* newKeyHash = nullptr);
 
+    KvRxDictionaryKeyPool keys;  // before the entries' keys are made, freed after them
     Entries entries;
     SortedIndex* sortedIndex;
     const KvRxClass* restrictTo;

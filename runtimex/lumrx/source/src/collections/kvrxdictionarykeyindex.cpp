@@ -1,16 +1,12 @@
 #include "collections/kvrxdictionarykeyindex.h"
 
-#include "kvrxdictionary.h"
+#include "lumosbase.h"
 #include "lumplatform/text.h"
 
-namespace {
+#include <cstring>
+#include <new>
 
-// The unit as case-blind comparison sees it: ASCII by table, the rest by the
-// platform's simple case folding, as LumCharOp::compareNoCase folds.
-inline char16_t folded(char16_t c) {
-    if (c < 0x80) return (c >= u'A' && c <= u'Z') ? char16_t(c + 32) : c;
-    return lumplatform::foldCaseUnit(c);
-}
+namespace {
 
 inline uint32_t finish(uint64_t h) {
     h ^= h >> 29;
@@ -20,6 +16,38 @@ inline uint32_t finish(uint64_t h) {
 }
 
 }  // namespace
+
+// The size class of a block is its bytes rounded up to kClassBytes; pool i holds the
+// blocks of (i + 1) * kClassBytes bytes.
+KvRxDictionaryKeyPool::Owner KvRxDictionaryKeyPool::make(const char16_t* text) {
+    size_t length = 0;
+    while (text[length]) ++length;
+    size_t bytes = bytesOf(length);
+    void* block;
+    if (bytes <= kPooledBytes) {
+        if (!pools) pools = new KvRxDictionaryBlockPool[kPooledBytes / kClassBytes];
+        size_t sizeClass = (bytes - 1) / kClassBytes;
+        block = pools[sizeClass].take((sizeClass + 1) * kClassBytes);
+    } else {
+        block = _lumMalloc(bytes);
+        if (!block) throw std::bad_alloc();
+    }
+    auto* key = static_cast<KvRxDictionaryKey*>(block);
+    key->length = int32_t(length);
+    std::memcpy(static_cast<void*>(key + 1), text, (length + 1) * sizeof(char16_t));
+    return Owner(key, Release{this});
+}
+
+void KvRxDictionaryKeyPool::release(KvRxDictionaryKey* key) {
+    if (!key) return;
+    size_t bytes = bytesOf(size_t(key->length));
+    if (bytes <= kPooledBytes)
+        pools[(bytes - 1) / kClassBytes].give(key);
+    else
+        _lumFree(key);
+}
+
+char16_t KvRxDictionaryKeyIndex::foldedBeyondAscii(char16_t c) { return lumplatform::foldCaseUnit(c); }
 
 // Two texts that match by the case rule have the same hash: case-blind hashing folds
 // every unit exactly as the comparison does.
@@ -34,8 +62,8 @@ uint32_t KvRxDictionaryKeyIndex::hashOf(const char16_t* text, int32_t& length) c
     return finish(h + uint64_t(length));
 }
 
-bool KvRxDictionaryKeyIndex::sameText(const KvRxString* key, const char16_t* text, int32_t length) const {
-    if (key->length() != length) return false;
+bool KvRxDictionaryKeyIndex::sameText(const KvRxDictionaryKey* key, const char16_t* text, int32_t length) const {
+    if (key->length != length) return false;
     const char16_t* k = key->text();
     if (!ignoreCase) {
         for (int32_t i = 0; i < length; ++i)
@@ -118,7 +146,7 @@ void KvRxDictionaryKeyIndex::addToChain(int32_t head, int32_t slot, Bucket& buck
 }
 
 void KvRxDictionaryKeyIndex::insert(const KvRxDictionaryEntry* data, int slot) {
-    const KvRxString* key = data[slot].key;
+    const KvRxDictionaryKey* key = data[slot].key;
     int32_t length;
     uint32_t hash = hashOf(key->text(), length);
     int64_t i = bucketOf(data, key->text(), length, hash);
@@ -171,8 +199,8 @@ void KvRxDictionaryKeyIndex::erase(const KvRxDictionaryEntry* data, int slot, ui
         }
         return;
     }
-    const KvRxString* key = data[slot].key;
-    int64_t i = bucketOf(data, key->text(), key->length(), hash);
+    const KvRxDictionaryKey* key = data[slot].key;
+    int64_t i = bucketOf(data, key->text(), key->length, hash);
     if (i >= 0) dropFromChain(slot, buckets[size_t(i)]);
 }
 

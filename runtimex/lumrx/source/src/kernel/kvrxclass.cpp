@@ -127,7 +127,14 @@ void kvrxBuildClassHierarchy() {
     if (!g) return;
     // Only the waiting classes, in the name order of the class dictionary. A parent need
     // only be registered, not linked.
-    g->pendingClasses.linkInOrder(g->classDictionary, [](KvRxClass* c) { KvRxClassState::of(c)->link(); });
+    // The lines below the linked classes are made once, when the pass ends.
+    try {
+        g->pendingClasses.linkInOrder(g->classDictionary, [](KvRxClass* c) { KvRxClassState::of(c)->link(); });
+    } catch (...) {
+        KvRxClassState::settleLines();
+        throw;
+    }
+    KvRxClassState::settleLines();
 }
 
 int kvrxQueueClassForInitialization(KvRxClass*) { return 0; }

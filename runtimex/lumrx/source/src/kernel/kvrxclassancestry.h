@@ -9,10 +9,14 @@
 // topmost class it reaches (the root, or a class still waiting for its parent) down
 // to the class itself at `chain[depth]`. So a class B is an ancestor of A, or A itself,
 // exactly when B's depth is at most A's and A's chain holds B at B's depth. The chain
-// is made when the class registers (the class alone), and is made anew for the class
-// and every class below it whenever the class is linked: a class's line changes only
-// then. Destruction changes no live line, since a class leaves only after its
-// children with the order checks on, and with them off the whole tree goes.
+// is made when the class registers (the class alone) and when it is linked (its
+// parent's chain and the class); the chains of the classes below a class linked in a
+// pass of kvrxBuildClassHierarchy are made anew, each once, when the pass ends, however
+// it ends (KvRxClassState::settleLines). Within a pass a chain may still start at a
+// class that has since been linked; it is a true path from there down, and the pass's
+// loop check climbs across such tops. Destruction changes no live line, since a class
+// leaves only after its children with the order checks on, and with them off the
+// whole tree goes.
 #pragma once
 
 class KvRxClass;

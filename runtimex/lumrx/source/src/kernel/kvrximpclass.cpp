@@ -1,5 +1,6 @@
 #include "kernel/kvrximpclass.h"
 
+#include "collections/kvrxdictionaryimp.h"
 #include "kernel/kvrxcrashrecord.h"
 #include "kernel/kvrxmoduleglobal.h"
 #include "kernel/kvrxpeclassmap.h"
@@ -18,6 +19,8 @@ KvArray<KvRxClass*> gDoomedClasses;
 KvArray<KvRxClass*> gAbandonedClasses;
 // Read by destruction; false only during the final walk of shut-down.
 bool gCheckOrder = true;
+// The classes linked since the lines were last settled, in the order they linked.
+KvArray<KvRxClassState*> gLinkedInPass;
 
 const unsigned kSubClassNamesSize = 260;
 
@@ -42,31 +45,28 @@ KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoC
     : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
       m_rxClass(rxClass) {}
 
-namespace {
-
-size_t textBytes(const char16_t* text) {
-    return text ? (size_t(LumCharOp::length(text)) + 1) * sizeof(char16_t) : 0;
+size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
+    const char16_t* names[] = {r.name, r.parentName, r.dxfName, r.appName};
+    size_t total = 0;
+    for (int i = 0; i < 4; ++i) {
+        units[i] = names[i] ? size_t(LumCharOp::length(names[i])) + 1 : 0;
+        total += units[i];
+    }
+    return total * sizeof(char16_t);
 }
 
-}  // namespace
-
-size_t KvRxClassState::namesBytes(const Registration& r) {
-    return textBytes(r.name) + textBytes(r.parentName) + textBytes(r.dxfName) + textBytes(r.appName);
-}
-
-void KvRxClassState::placeNames(const Registration& r) {
+void KvRxClassState::placeNames(const Registration& r, const NameUnits& units) {
     auto* next = reinterpret_cast<char16_t*>(this + 1);
-    auto place = [&next](const char16_t* text) -> const char16_t* {
+    auto place = [&next](const char16_t* text, size_t n) -> const char16_t* {
         if (!text) return nullptr;
-        size_t units = textBytes(text) / sizeof(char16_t);
-        char16_t* copy = LumCharOp::copy(next, text, unsigned(units));
-        next += units;
+        char16_t* copy = LumCharOp::copy(next, text, unsigned(n));
+        next += n;
         return copy;
     };
-    m_className = place(r.name);
-    m_parentName = place(r.parentName);
-    m_dxfName = place(r.dxfName);
-    m_appName = place(r.appName);
+    m_className = place(r.name, units[0]);
+    m_parentName = place(r.parentName, units[1]);
+    m_dxfName = place(r.dxfName, units[2]);
+    m_appName = place(r.appName, units[3]);
     m_namesBytes = unsigned(reinterpret_cast<char*>(next) - reinterpret_cast<char*>(this + 1));
 }
 
@@ -78,9 +78,10 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     bool made = rxClass == nullptr;
     if (made) rxClass = new KvRxClass();
     // The state and its names in one block.
-    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r));
+    NameUnits units;
+    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r, units));
     KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl) impl->placeNames(r);
+    if (impl) impl->placeNames(r, units);
     if (impl && !impl->m_ancestry.makeTop(rxClass)) {
         delete impl;
         impl = nullptr;
@@ -110,14 +111,12 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         }
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
-    g->classNames.add(impl->m_className, rxClass);
-    if (impl->m_parentName) g->pendingClasses.add(rxClass);
+    if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
     impl->m_module = initialisingModule();
     return rxClass;
 }
 
 KvRxClassState::~KvRxClassState() {
-    delete m_children;
     delete m_peMap;
     freeOverruleNodes();
     delete m_contextMenus;
@@ -164,10 +163,8 @@ void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newVal
         of(protocolClass)->m_usedAsProtocol = true;
         map->put(protocolClass, newValue);
     }
-    if (!m_children) return;
-    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
-    for (; !it->done(); it->next())
-        of(kvrxClassValue(it->object()))->copyDown(protocolClass, newValue, oldValue);
+    for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling)
+        child->copyDown(protocolClass, newValue, oldValue);
 }
 
 // Linking: the parent's extensions, each as both new and old value so that what this
@@ -239,61 +236,109 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 void KvRxClassState::link() {
     if (!m_parentName) return;
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    KvRxClass* parent = g ? g->classNames.find(m_parentName) : nullptr;
-    // A parent that is this class or below it would close a loop in the tree.
-    if (parent && parent->isDerivedFrom(m_rxClass)) parent = nullptr;
+    KvRxClass* parent = g ? g->findClass(m_parentName) : nullptr;
+    // A parent that is this class or below it would close a loop in the tree: this
+    // class, which waits, would be its topmost class.
+    if (parent && of(parent)->topmost() == m_rxClass) parent = nullptr;
     if (!parent) {
+        settleLines();
         kvrxRecordLine(u"Regist rxclass ModuleName: %s, ParentClassName: %s , ClassName: %s !!!",
                        moduleNameForRecord(), m_parentName, m_className);
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
     KvRxClassState* parentImpl = of(parent);
+    // Room first: a class in the list is one whose line below may need settling.
+    gLinkedInPass.append(this);
+    // The parent's line may itself be unsettled: this one then starts at the same top.
     if (!m_ancestry.makeBelow(parentImpl->m_ancestry, m_rxClass)) throw std::bad_alloc();
-    renewDescendantLines();
-    if (!parentImpl->m_children) parentImpl->m_children = new KvRxLinkedList();
-    parentImpl->m_children->append(m_rxClass);
+    parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
     m_parentName = nullptr;
 }
 
-void KvRxClassState::renewDescendantLines() {
-    if (!m_children) return;
-    std::unique_ptr<KvRxIterator> it(m_children->newIterator());
-    for (; !it->done(); it->next()) {
-        KvRxClassState* child = of(kvrxClassValue(it->object()));
+const KvRxClass* KvRxClassState::topmost() const {
+    // Each step goes to the top of a line, and from a top that has a parent since to
+    // that parent's line: always upwards.
+    const KvRxClass* top = m_ancestry.at(0);
+    while (const KvRxClass* above = of(top)->m_parent) top = of(above)->m_ancestry.at(0);
+    return top;
+}
+
+bool KvRxClassState::lineUnsettled() const { return of(m_ancestry.at(0))->m_parent != nullptr; }
+
+void KvRxClassState::settleChildLines() {
+    for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
+        if (!child->lineUnsettled()) continue;
         if (!child->m_ancestry.makeBelow(m_ancestry, child->m_rxClass)) throw std::bad_alloc();
-        child->renewDescendantLines();
+        child->settleChildLines();
     }
+}
+
+// A line is a true path from its top down, made when its top had no parent; it is
+// unsettled once that top has one. Every unsettled line lies below a class linked in
+// the pass; below the highest of them with a settled line, a walk settles each one
+// once. A class whose own line is unsettled is reached from above it.
+void KvRxClassState::settleLines() {
+    try {
+        for (int i = 0; i < gLinkedInPass.length(); ++i) {
+            KvRxClassState* linked = gLinkedInPass[i];
+            if (!linked->lineUnsettled()) linked->settleChildLines();
+        }
+    } catch (...) {
+        // No memory for a long line: the list empties all the same, as it holds no
+        // class past the pass.
+        gLinkedInPass.removeAll();
+        throw;
+    }
+    gLinkedInPass.removeAll();
+}
+
+void KvRxClassState::appendChild(KvRxClassState* child) {
+    child->m_previousSibling = m_lastChild;
+    child->m_nextSibling = nullptr;
+    if (m_lastChild)
+        m_lastChild->m_nextSibling = child;
+    else
+        m_firstChild = child;
+    m_lastChild = child;
+}
+
+void KvRxClassState::removeChild(KvRxClassState* child) {
+    if (child->m_previousSibling)
+        child->m_previousSibling->m_nextSibling = child->m_nextSibling;
+    else
+        m_firstChild = child->m_nextSibling;
+    if (child->m_nextSibling)
+        child->m_nextSibling->m_previousSibling = child->m_previousSibling;
+    else
+        m_lastChild = child->m_previousSibling;
+    child->m_previousSibling = child->m_nextSibling = nullptr;
 }
 
 void KvRxClassState::recordChildrenLine() const {
     char16_t names[kSubClassNamesSize] = {};
     unsigned used = 0;
-    KvRxIterator* it = m_children->newIterator();
-    for (; !it->done(); it->next()) {
-        const char16_t* name = kvrxClassValue(it->object())->name();
+    for (const KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
+        const char16_t* name = child->m_rxClass->name();
         unsigned n = LumCharOp::length(name);
         if (used + n + 2 > kSubClassNamesSize) break;
         LumCharOp::copy(names + used, name, n);
         used += n;
         names[used++] = u',';
     }
-    delete it;
     names[used] = 0;
     kvrxRecordLine(u"ModuleName: %s, ClassName: %s , SubClassNames: %s ", moduleNameForRecord(),
                    m_className ? m_className : u"", names);
 }
 
 void KvRxClassState::checkedDetach() {
-    if (m_children && !m_children->isEmpty()) {
+    if (m_firstChild) {
         recordChildrenLine();
         KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
     }
-    if (m_parent && of(m_parent)->m_children) {
-        if (!of(m_parent)->m_children->remove(m_rxClass))
-            KvRxModuleGlobal::fatalError(u"Delete rx class in wrong order!!!");
-    }
+    // A linked class stands in its parent's list.
+    if (m_parent) of(m_parent)->removeChild(this);
 }
 
 void KvRxClassState::leaveProtocolMaps() {
@@ -352,8 +397,8 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-        if (g && g->classNames.removeIfIs(aClass->name(), aClass)) {
-            g->classDictionary->remove(aClass->name());
+        auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
+        if (classes && classes->removeIfHolds(aClass->name(), aClass)) {
             if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
         }
         if (gCheckOrder) {

@@ -1,16 +1,19 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
 // Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
-// of the four names, freed with the state. Owns: its
-// `children` list (not the child classes), its context-menu array (not the objects
-// or menus in it), its protocol-extension map (not the protocol classes or the
+// of the four names, freed with the state. Owns: its context-menu array (not the
+// objects or menus in it), its protocol-extension map (not the protocol classes or the
 // extension objects) and the nodes of its twelve overrule lists (not the overrules).
-// `parent` and `module` aren't owned.
+// `parent`, `module` and the classes of the children list aren't owned.
 //
 // Invariants: `parentName` is non-null exactly while the class waits to be linked
 // (never for the root); a linked class other than the root has a non-null `parent`
-// and stands in the parent's `children`. The protocol map holds the class's own
-// extensions and those copied down from its ancestors, so a query never climbs.
+// and stands in the parent's children list. That list runs through the children's own
+// states, from the parent's `firstChild` along `nextSibling` to its `lastChild`, in
+// the order they linked; `previousSibling` runs back. A class stands in its parent's
+// list from its linking until it leaves the parent on a checked destruction. The
+// protocol map holds the class's own extensions and those copied down from its
+// ancestors, so a query never climbs.
 #pragma once
 
 #include "kernel/kvrxclassancestry.h"
@@ -87,8 +90,12 @@ public:
 
     // Links the class to its parent by name, and takes over the parent's extensions
     // and the first overrule of each of its lists; nothing to do once linked. A parent
-    // that isn't registered is recorded and fatal.
+    // that isn't registered is recorded and fatal. The lines below the class are made
+    // by settleLines(), which the linking pass calls when it ends, however it ends.
     void link();
+    // Makes the line of every class below a class linked since the last call anew,
+    // each once.
+    static void settleLines();
 
     // A new node for `overrule`: at the head, or behind the last node with `atEnd`.
     void addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd);
@@ -129,29 +136,42 @@ private:
     };
 
     KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
-    // The bytes of the names that follow the state in its block.
-    static size_t namesBytes(const Registration& r);
-    void placeNames(const Registration& r);
+    // Units of each of the four names, its closing zero counted; 0 for a missing one.
+    using NameUnits = size_t[4];
+    // The bytes of the names that follow the state in its block; counts `units`.
+    static size_t namesBytes(const Registration& r, NameUnits& units);
+    void placeNames(const Registration& r, const NameUnits& units);
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
     void copyDown(const KvRxClass* protocolClass, KvRxObject* newValue, KvRxObject* oldValue);
     void inheritFrom(const KvRxClassState* parent);
-    // Makes the lines of the classes below this one anew after this one's changed.
-    void renewDescendantLines();
+    // The topmost class above this one along the parent links, found across the tops
+    // of lines not yet settled; this class if it has no parent.
+    const KvRxClass* topmost() const;
+    // True if the line of this class starts at a class that has a parent since.
+    bool lineUnsettled() const;
+    // Makes the lines of this class's children anew where they are unsettled, and so on
+    // down; this class's own line is settled.
+    void settleChildLines();
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
     // Takes this class out of the protocol maps of all registered classes.
     void leaveProtocolMaps();
     void freeOverruleNodes();
     void recordChildrenLine() const;
+    void appendChild(KvRxClassState* child);
+    void removeChild(KvRxClassState* child);
     static void destroyGuarded(KvRxClass* aClass);
     static void recordFault(unsigned code, const void* data, const char16_t* text, int line);
     const char16_t* moduleNameForRecord() const;
     int findContextMenu(const KvRxObject* object) const;
 
     KvRxClass* m_parent = nullptr;
-    KvRxLinkedList* m_children = nullptr;
+    KvRxClassState* m_firstChild = nullptr;
+    KvRxClassState* m_lastChild = nullptr;
+    KvRxClassState* m_previousSibling = nullptr;
+    KvRxClassState* m_nextSibling = nullptr;
     KvRxDynLoadModuleProxy* m_module = nullptr;
     KvRxPseudoConstructor m_pseudoConstructor;
     KvRxAppNameCallback m_appNameCallback = nullptr;

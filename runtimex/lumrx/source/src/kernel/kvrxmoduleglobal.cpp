@@ -124,9 +124,14 @@ KvDbHostApplicationServices* kvdbHostApplicationServices() { return gHost; }
 
 KvRxDictionary* kvrxSysRegistry() { return gInstance ? gInstance->systemRegistry : nullptr; }
 
+KvRxClass* KvRxModuleGlobalImp::findClass(const char16_t* name) const {
+    // The dictionary is always the implementation: its look-up is called without dispatch.
+    auto* classes = static_cast<KvRxDictionaryImp*>(classDictionary);
+    return classes ? kvrxClassValue(classes->KvRxDictionaryImp::at(name)) : nullptr;
+}
+
 KvRxClass* kvrxFindKvRxClass(const char16_t* name) {
-    if (!name || !*name || !gInstance) return nullptr;
-    return gInstance->classNames.find(name);
+    return gInstance ? gInstance->findClass(name) : nullptr;
 }
 
 void InitializeKvRxSystem() {

@@ -5,7 +5,6 @@
 // service and the dynamic linker. systemRegistry doesn't own what it holds.
 #pragma once
 
-#include "kernel/kvrxclassnameindex.h"
 #include "kernel/kvrxpendingclasses.h"
 #include "kvrxruntime.h"
 
@@ -21,10 +20,13 @@ public:
     KvRxDictionary* serviceDictionary = nullptr;
     KvRxKernel* kernelService = nullptr;
     KvRxDynamicLinker* dynamicLinker = nullptr;
-    // Beside the class dictionary: its index by name, and its classes still waiting for
-    // their parent.
-    KvRxClassNameIndex classNames;
+    // Beside the class dictionary: its classes still waiting for their parent.
     KvRxPendingClasses pendingClasses;
+
+    // The class registered under `name`, in any case, by the class dictionary's own key
+    // index; null for none and for a null or empty name. Every value of the class
+    // dictionary is a class.
+    KvRxClass* findClass(const char16_t* name) const;
 
     // The instance, or null before start-up and after shut-down.
     static KvRxModuleGlobalImp* instance();

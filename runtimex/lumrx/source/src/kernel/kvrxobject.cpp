@@ -56,10 +56,9 @@ void KvRxObject::rxInit() {
 
 KvRxClass* kvrxDescDirect(KvRxClass*& gpDesc, const char16_t* registeredName) {
     // The class dictionary is the one the system registry holds as "ClassDictionary";
-    // its index by name is read from the instance, so this works before the tree is
-    // linked.
+    // it is read from the instance, so this works before the tree is linked.
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    gpDesc = g ? g->classNames.find(registeredName) : nullptr;
+    gpDesc = g ? g->findClass(registeredName) : nullptr;
     return gpDesc;
 }
 
@@ -79,7 +78,7 @@ void kvrxInitClass(KvRxClass*& gpDesc, const char16_t* registeredName,
     if (gpDesc) {
         KvRxObject* registered = nullptr;
         if (KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance())
-            registered = g->classNames.find(registeredName);
+            registered = g->findClass(registeredName);
         if (registered == gpDesc) return;
         // A stale pointer from an earlier registration: report, then register anew.
         if (registered) kvrx_abort(mismatchText);

@@ -11,15 +11,16 @@
 
 void KvRxPendingClasses::remove(KvRxClass* aClass) {
     // Most often the class registered last: look from the end.
-    auto found = std::find(m_classes.rbegin(), m_classes.rend(), aClass);
+    auto found = std::find_if(m_classes.rbegin(), m_classes.rend(),
+                              [aClass](const Waiting& w) { return w.aClass == aClass; });
     if (found != m_classes.rend()) m_classes.erase(std::next(found).base());
 }
 
 void KvRxPendingClasses::sortByName() {
     // Each name is asked once, not at every comparison.
-    std::vector<std::pair<const char16_t*, KvRxClass*>> named;
+    std::vector<std::pair<const char16_t*, Waiting>> named;
     named.reserve(m_classes.size());
-    for (KvRxClass* c : m_classes) named.emplace_back(c->name(), c);
+    for (const Waiting& w : m_classes) named.emplace_back(w.aClass->name(), w);
     std::sort(named.begin(), named.end(), [](const auto& a, const auto& b) {
         return LumCharOp::compareNoCase(a.first, b.first) < 0;
     });
@@ -36,12 +37,22 @@ void KvRxPendingClasses::putInNameOrder(KvRxDictionary* classes) {
 }
 
 void KvRxPendingClasses::takeFromSortedWalk(KvRxDictionary* classes) {
-    std::vector<KvRxClass*> inOrder;
+    // The waiting classes by id; an id that no longer holds its class (the dictionary
+    // was changed through its own interface) leaves the order to a sort.
+    unsigned highest = 0;
+    for (const Waiting& w : m_classes) {
+        if (classes->at(w.id) != w.aClass) return sortByName();
+        if (w.id > highest) highest = w.id;
+    }
+    std::vector<KvRxClass*> byId(highest, nullptr);
+    for (const Waiting& w : m_classes) byId[w.id - 1] = w.aClass;
+    // The walk reads ids alone: neither the values nor the classes.
+    std::vector<Waiting> inOrder;
     inOrder.reserve(m_classes.size());
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictSorted));
     for (; !it->done(); it->next()) {
-        KvRxClass* c = kvrxClassValue(it->object());
-        if (KvRxClassState::of(c)->isPending()) inOrder.push_back(c);
+        unsigned id = it->id();
+        if (id <= highest && byId[id - 1]) inOrder.push_back(Waiting{byId[id - 1], id});
     }
     m_classes.swap(inOrder);
 }

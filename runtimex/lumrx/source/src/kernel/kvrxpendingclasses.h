@@ -6,11 +6,12 @@
 // Invariant: the list holds exactly the classes of the class dictionary whose parent
 // name is still set. Registration adds a class that names a parent; linking takes out
 // what it linked; the destroy walk takes a class out when it leaves the dictionary.
+// Each class is listed with the id its registration gave it in the class dictionary.
 // linkInOrder gives them in the order of the sorted class dictionary (names compared
 // without regard to case), the order in which a walk of the dictionary met them: when
 // they are a good part of the dictionary it takes them from such a walk, picking the
-// classes whose parent name is set, which by the invariant are exactly the list;
-// otherwise it sorts the list by name.
+// ids of the list, as long as each still holds its class; otherwise it sorts the list
+// by name.
 #pragma once
 
 #include <cstddef>
@@ -21,7 +22,7 @@ class KvRxDictionary;
 
 class KvRxPendingClasses {
 public:
-    void add(KvRxClass* aClass) { m_classes.push_back(aClass); }
+    void add(KvRxClass* aClass, unsigned id) { m_classes.push_back(Waiting{aClass, id}); }
     void remove(KvRxClass* aClass);
     bool empty() const { return m_classes.empty(); }
     // Links each class in the name order of `classes`, the class dictionary, with
@@ -31,11 +32,15 @@ public:
     void linkInOrder(KvRxDictionary* classes, Link link);
 
 private:
+    struct Waiting {
+        KvRxClass* aClass;
+        unsigned id;
+    };
     void putInNameOrder(KvRxDictionary* classes);
     void sortByName();
     void takeFromSortedWalk(KvRxDictionary* classes);
 
-    std::vector<KvRxClass*> m_classes;
+    std::vector<Waiting> m_classes;
 };
 
 template <class Link>
@@ -43,7 +48,7 @@ void KvRxPendingClasses::linkInOrder(KvRxDictionary* classes, Link link) {
     putInNameOrder(classes);
     std::size_t linked = 0;
     try {
-        for (; linked < m_classes.size(); ++linked) link(m_classes[linked]);
+        for (; linked < m_classes.size(); ++linked) link(m_classes[linked].aClass);
     } catch (...) {
         m_classes.erase(m_classes.begin(), m_classes.begin() + long(linked));
         throw;
