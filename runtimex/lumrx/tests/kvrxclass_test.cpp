@@ -236,6 +236,9 @@ TEST_F(ClassTree, DoomedClassesStayFoundUntilTheWalk) {
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(0), c);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(1), nullptr);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClass(-1), nullptr);
+    // Dooming it again leaves the list as it is: the walk must not delete it twice.
+    deleteKvRxClass(c);
+    EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 1);
     EXPECT_EQ(kvrxFindKvRxClass(u"TestDoomed"), c);
     KvRxClassState::destroyDoomedRxClasses(true);
     EXPECT_EQ(KvRxImpClass::getDoomedRxClassCount(), 0);

@@ -374,7 +374,10 @@ const KvRxClass* KvRxImpClass::getDoomedRxClass(int index) {
 }
 
 void KvRxClassState::doom(KvRxClass* aClass) {
-    if (aClass) gDoomedClasses.append(aClass);
+    // A class stands in the list once, so that no walk deletes it twice.
+    if (!aClass || of(aClass)->m_doomed) return;
+    of(aClass)->m_doomed = true;
+    gDoomedClasses.append(aClass);
 }
 
 void KvRxClassState::doomAbandonedClasses() {

@@ -102,7 +102,8 @@ public:
     // Frees the first node that holds `overrule`; false if there is none.
     bool removeOverruleNode(int family, KvRxOverrule* overrule);
 
-    // Queues a class for destruction at the next walk, at the end of the list.
+    // Queues a class for destruction at the next walk, at the end of the list; a class
+    // already queued keeps its place.
     static void doom(KvRxClass* aClass);
     // Destroys the doomed classes in the order they arrived. With `checkOrder`, a class
     // that still has children is recorded and stays out of the dictionary, undestroyed,
@@ -189,6 +190,9 @@ private:
     int m_version = 0;
     int m_maintenanceVersion = 0;
     bool m_usedAsProtocol = false;
+    // Set when the class joins the doomed list; it stays set until the class goes,
+    // since a class that a walk couldn't destroy is queued again without doom().
+    bool m_doomed = false;
     int m_proxyFlags = 0;
     unsigned int m_feature = 0;
     LumVector<ContextMenu>* m_contextMenus = nullptr;
