@@ -26,7 +26,6 @@ namespace {
 
 const fs::path kModules = LUMRX_TEST_MODULE_DIR;
 
-std::u16string modulePath(const char* name) { return fromUtf8((kModules / name).string()); }
 
 using ModuleTest = lumtest::ModuleTest;
 
