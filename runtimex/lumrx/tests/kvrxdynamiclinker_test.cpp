@@ -26,7 +26,6 @@ namespace {
 
 const fs::path kModules = LUMRX_TEST_MODULE_DIR;
 
-
 using ModuleTest = lumtest::ModuleTest;
 
 KvRxDynLoadModuleProxy* namedProxy(const std::u16string& name) {
