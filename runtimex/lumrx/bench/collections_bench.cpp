@@ -177,22 +177,27 @@ void BM_MapEraseMany(benchmark::State& state) {
 }
 BENCHMARK(BM_MapEraseMany)->Unit(benchmark::kMillisecond);
 
-// Bytes per entry of an unsorted case-blind dictionary of 100 000 keys: the entry array,
-// the key objects with their text blocks, and the indexes beside them (the key index
-// and the free-slot map, which the dictionary had not before).
+// Bytes per entry of an unsorted case-blind dictionary of 100 000 keys. Before: the
+// entry array and a string object with its own text block per key. After: the entry
+// array, one key block per key (its length and text, in the key pool's 16-byte size
+// classes), and the key index and free-slot map beside them.
 void printEntryBytes() {
     KeySet keys(kManyKeys, false);
     KvRxDictionaryImp* d = filled(keys, false, true);
-    size_t keyBytes = 0;
-    for (const auto& k : keys.stored) keyBytes += sizeof(KvRxString) + (k.size() + 1) * sizeof(char16_t);
+    size_t keyBytesBefore = 0, keyBytesAfter = 0;
+    for (const auto& k : keys.stored) {
+        size_t text = (k.size() + 1) * sizeof(char16_t);
+        keyBytesBefore += sizeof(KvRxString) + text;
+        keyBytesAfter += (sizeof(KvRxDictionaryKey) + text + 15) / 16 * 16;
+    }
     double n = double(d->numEntries());
-    double base = (double(d->capacity()) * sizeof(KvRxDictionaryImp::Entry) + double(keyBytes)) / n;
+    double entries = double(d->capacity()) * sizeof(KvRxDictionaryImp::Entry);
     double index = double(d->indexBytes()) / n;
-    char text[200];
+    char text[240];
     std::snprintf(text, sizeof text,
-                  "dictionary bytes per entry (100 000 keys, heap headers not counted): before %.1f, after %.1f "
-                  "(+%.1f for the key index and free-slot map)",
-                  base, base + index, index);
+                  "dictionary bytes per entry (100 000 keys, heap headers and pool chunks' slack not "
+                  "counted): before %.1f, after %.1f (of which %.1f for the key index and free-slot map)",
+                  (entries + double(keyBytesBefore)) / n, (entries + double(keyBytesAfter)) / n + index, index);
     RatioReporter::printNote(text);
     delete d;
 }
