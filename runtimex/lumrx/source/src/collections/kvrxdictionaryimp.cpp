@@ -31,12 +31,6 @@ KvRxDictionaryImp::~KvRxDictionaryImp() {
     _lumFree(entries.data);
 }
 
-bool KvRxDictionaryImp::sameKey(const Key* a, const Key* b) const {
-    if (a->length != b->length) return false;
-    return caseSensitive ? LumCharOp::compare(a->text(), b->text()) == 0
-                         : LumCharOp::compareNoCase(a->text(), b->text()) == 0;
-}
-
 bool KvRxDictionaryImp::accepts(const KvRxObject* object) const {
     if (!restrictTo || !object) return true;
     KvRxClass* cls = object->isA();
@@ -184,7 +178,7 @@ bool KvRxDictionaryImp::takenInIndex(const Key* key) const {
 bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
     KeyOwner key = makeKey(newKey);
     Key* old = entries.data[slot].key;
-    if (!sameKey(old, key.get()) && takenInIndex(key.get())) return false;
+    if (!keyIndex.sameText(old, key->text(), key->length) && takenInIndex(key.get())) return false;
     keyIndex.erase(entries.data, slot);
     entries.data[slot].key = key.get();
     try {

@@ -93,8 +93,6 @@ private:
     KvRxObject* removeSlot(int slot, uint32_t hash);
     bool resetSlotKey(int slot, const char16_t* newKey);
     bool takenInIndex(const Key* key) const;
-    // The texts of `a` and `b` match by the dictionary's case rule.
-    bool sameKey(const Key* a, const Key* b) const;
     void setLength(int n);
     void reserve(int n);
     int firstFreeSlot() const;

@@ -20,8 +20,7 @@ inline uint32_t finish(uint64_t h) {
 // The size class of a block is its bytes rounded up to kClassBytes; pool i holds the
 // blocks of (i + 1) * kClassBytes bytes.
 KvRxDictionaryKeyPool::Owner KvRxDictionaryKeyPool::make(const char16_t* text) {
-    size_t length = 0;
-    while (text[length]) ++length;
+    size_t length = LumCharOp::length(text);
     size_t bytes = bytesOf(length);
     void* block;
     if (bytes <= kPooledBytes) {

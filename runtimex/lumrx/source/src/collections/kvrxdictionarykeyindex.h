@@ -94,6 +94,10 @@ public:
 
     size_t bytesUsed() const;
 
+    // True if `key` matches `text` of `length` units by the index's case rule, the rule
+    // its hashes follow.
+    bool sameText(const KvRxDictionaryKey* key, const char16_t* text, int32_t length) const;
+
 private:
     static constexpr int32_t kEmpty = -1;
     static constexpr int32_t kErased = -2;
@@ -104,7 +108,6 @@ private:
 
     static char16_t foldedBeyondAscii(char16_t c);
     uint32_t hashOf(const char16_t* text, int32_t& length) const;
-    bool sameText(const KvRxDictionaryKey* key, const char16_t* text, int32_t length) const;
     // The bucket that names the key of `slot`'s text, or -1.
     int64_t bucketOf(const KvRxDictionaryEntry* data, const char16_t* text, int32_t length,
                      uint32_t hash) const;
