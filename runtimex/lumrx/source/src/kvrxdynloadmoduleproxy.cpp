@@ -55,10 +55,8 @@ KvRx::Ordering KvRxDynLoadModuleProxy::comparedTo(const KvRxObject* other) const
 int KvRxDynLoadModuleProxy::loadImage() {
     if (m_moduleHandle) return 0;
     if (!m_moduleName || !*m_moduleName) return -1;
-    // Only an absolute name keeps meaning once its folder is current.
     int error = 0;
-    m_moduleHandle = m_moduleName[0] == u'/' ? lumplatform::openImageInFolder(m_moduleName, error)
-                                             : lumplatform::openImage(m_moduleName, error);
+    m_moduleHandle = lumplatform::openImageInFolder(m_moduleName, error);
     m_ownsImage = m_moduleHandle != nullptr;
     return error;
 }
