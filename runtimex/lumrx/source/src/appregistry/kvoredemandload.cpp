@@ -161,11 +161,17 @@ void scanRegisteredApps(ScannedRecords& found) {
             info.subKeys == 0)
             continue;
         std::vector<char16_t> name(info.longestSubKeyName + 1);
-        for (uint32_t i = 0;; ++i) {
+        for (uint32_t i = 0;;) {
             uint32_t length = uint32_t(name.size());
             lumplatform::RegistryStatus status = parent.subKeyAt(i, name.data(), &length);
-            if (status == lumplatform::kRegistryMoreData) continue;  // grown meanwhile
+            if (status == lumplatform::kRegistryMoreData) {
+                // A longer name than the key info told of: the same index again, with
+                // room, so that the walk stays on the one view it began with.
+                name.resize(size_t(length) + 1);
+                continue;
+            }
             if (status != lumplatform::kRegistryOk) break;
+            ++i;
             if (length == 0) continue;
             RecordPtr record(new KvoreRegisterKrxInfo(name.data()));
             if (record->readFromRegistry() == KvoreApp::eOk &&
