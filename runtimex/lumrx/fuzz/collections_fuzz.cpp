@@ -428,10 +428,14 @@ void listRun(Input& in) {
             switch (op % 10) {
                 case 0: list.append(v); model.push_back(v); break;
                 case 1: list.prepend(v); model.push_front(v); break;
-                case 2: check(list.removeHead() == (model.empty() ? nullptr : model.front()));
-                        if (!model.empty()) model.pop_front(); break;
-                case 3: check(list.removeTail() == (model.empty() ? nullptr : model.back()));
-                        if (!model.empty()) model.pop_back(); break;
+                case 2:
+                    check(list.removeHead() == (model.empty() ? nullptr : model.front()));
+                    if (!model.empty()) model.pop_front();
+                    break;
+                case 3:
+                    check(list.removeTail() == (model.empty() ? nullptr : model.back()));
+                    if (!model.empty()) model.pop_back();
+                    break;
                 case 4: {
                     auto f = std::find(model.begin(), model.end(), v);
                     check(list.remove(v) == (f == model.end() ? nullptr : v));
