@@ -40,6 +40,19 @@ public:
                     times[measured] / times[baseline], limit);
     }
 
+    // Keeps the mean time of `name`/0 to `name`/(count - 1) as `name`/mean, and gives
+    // that name; a missing run leaves the mean out, so a goal row on it prints nothing.
+    std::string mean(const std::string& name, int count) {
+        double sum = 0;
+        for (int i = 0; i < count; ++i) {
+            auto run = times.find(name + "/" + std::to_string(i));
+            if (run == times.end()) return name + "/mean";
+            sum += run->second;
+        }
+        times[name + "/mean"] = sum / count;
+        return name + "/mean";
+    }
+
     static void printNote(const std::string& text) { std::printf("NOTE|%s\n", text.c_str()); }
 
     std::map<std::string, double> times;

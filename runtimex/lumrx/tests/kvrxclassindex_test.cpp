@@ -283,6 +283,8 @@ TEST_F(ClassIndexes, QueriesSeeEveryChangeOfTheMaps) {
 
     base->addX(protocol, &x);
     EXPECT_EQ(instance.queryX(protocol), &x);
+    EXPECT_EQ(instance.queryX(nullptr), nullptr) << "a null protocol after a known one";
+    EXPECT_EQ(instance.queryX(protocol), &x);
     base->addX(protocol, &y);
     EXPECT_EQ(instance.queryX(protocol), &y) << "copied down";
 

@@ -144,7 +144,8 @@ TEST_F(MapTest, IteratorsOfAnotherClassOrMapAreFatal) {
     KvRxMap map, other;
     fill(map, 1);
     fill(other, 1);
-    KvRxPEClassMapImp pe;
+    KvRxPEQueryCache lastQuery;
+    KvRxPEClassMapImp pe(lastQuery);
     pe.put(KvRxMap::desc(), &c);
     EXPECT_EQ(pe.put(static_cast<const KvRxObject*>(nullptr), &c), nullptr);
     std::unique_ptr<KvRxGenericMapIterator> foreign(other.newMapIterator());

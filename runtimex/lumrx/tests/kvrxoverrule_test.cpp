@@ -184,6 +184,31 @@ TEST_F(Overrules, LinkingSeedsTheHeadOfEachParentList) {
     doom({late, ownList, parent});
 }
 
+// An overrule class whose line isn't complete yet belongs to no family; once its
+// parents link, the same class belongs to the family its new line passes through,
+// even after it was asked while waiting.
+TEST_F(Overrules, AnOverruleClassLinkedLateTakesTheFamilyOfItsLine) {
+    KvRxClass* target = make(u"TestOvLateTarget", u"OvRxObject");
+    KvRxClass* leaf = make(u"TestOvLateLeaf", u"TestOvLateMid", false);
+    Subject subject(target);
+    TestOverrule late(leaf, 'l');
+    add(target, &a);
+    EXPECT_FALSE(KvRxOverrule::hasOverrule(&subject, leaf)) << "waiting: no family yet";
+    EXPECT_EQ(add(target, &late), Kvore::eInvalidInput);
+
+    // The middle class links under a family class, and the leaf with it: the leaf's
+    // line is made anew.
+    KvRxClass* mid = make(u"TestOvLateMid", u"OvDbGripOverrule");
+    EXPECT_FALSE(KvRxOverrule::hasOverrule(&subject, leaf)) << "grip list of the target is empty";
+    EXPECT_EQ(add(target, &late), Kvore::eOk);
+    EXPECT_EQ(chain(target, kGripFamily), "l");
+    EXPECT_TRUE(KvRxOverrule::hasOverrule(&subject, leaf));
+    EXPECT_TRUE(KvRxOverrule::hasOverrule(&subject, mid));
+    EXPECT_EQ(KvRxOverrule::removeOverrule(target, &late), Kvore::eOk);
+    EXPECT_FALSE(KvRxOverrule::hasOverrule(&subject, leaf));
+    doom({leaf, mid, target});
+}
+
 TEST_F(Overrules, DisabledObjectsAreASetOfAddresses) {
     Subject one(nullptr), two(nullptr);
     KvRxOverruleInternals::addObjectToDisable(nullptr);

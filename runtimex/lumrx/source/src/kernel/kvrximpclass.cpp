@@ -123,7 +123,7 @@ KvRxClassState::~KvRxClassState() {
 }
 
 KvRxPEClassMapImp* KvRxClassState::peMap() {
-    if (!m_peMap) m_peMap = new KvRxPEClassMapImp();
+    if (!m_peMap) m_peMap = new KvRxPEClassMapImp(m_lastQuery);
     return m_peMap;
 }
 
@@ -250,7 +250,7 @@ void KvRxClassState::link() {
     // Room first: a class in the list is one whose line below may need settling.
     gLinkedInPass.append(this);
     // The parent's line may itself be unsettled: this one then starts at the same top.
-    if (!m_ancestry.makeBelow(parentImpl->m_ancestry, m_rxClass)) throw std::bad_alloc();
+    if (!makeLineBelow(parentImpl->m_ancestry)) throw std::bad_alloc();
     parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
@@ -270,7 +270,7 @@ bool KvRxClassState::lineUnsettled() const { return of(m_ancestry.at(0))->m_pare
 void KvRxClassState::settleChildLines() {
     for (KvRxClassState* child = m_firstChild; child; child = child->m_nextSibling) {
         if (!child->lineUnsettled()) continue;
-        if (!child->m_ancestry.makeBelow(m_ancestry, child->m_rxClass)) throw std::bad_alloc();
+        if (!child->makeLineBelow(m_ancestry)) throw std::bad_alloc();
         child->settleChildLines();
     }
 }

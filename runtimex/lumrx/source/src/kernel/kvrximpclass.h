@@ -71,7 +71,9 @@ public:
     // The extension of this class, own or inherited; null for a null protocol class. A
     // class without a map has never held an extension, its own or copied down.
     KvRxObject* queryX(const KvRxClass* protocolClass) override {
-        return protocolClass && m_peMap ? m_peMap->at(protocolClass) : nullptr;
+        // A repeated query, and a query of null, is answered by the last answer alone.
+        if (__builtin_expect(m_lastQuery.holds(protocolClass), 1)) return m_lastQuery.value;
+        return m_peMap ? m_peMap->lookUp(protocolClass) : nullptr;
     }
     KvRxObject* create() override;
     const char16_t* appName() const override { return m_appName; }
@@ -124,6 +126,14 @@ public:
         if (m_nameFamily < 0) m_nameFamily = static_cast<signed char>(familyOfName(m_className));
         return m_nameFamily;
     }
+    // The overrule family whose family class the class's line passes through (0 to 11),
+    // or kOverruleFamilyCount; `familyOfLine` finds it at the first call since the line
+    // was last made.
+    int lineFamily(int (*familyOfLine)(KvRxClass*)) const {
+        if (__builtin_expect(m_lineFamily < 0, 0))
+            m_lineFamily = static_cast<signed char>(familyOfLine(m_rxClass));
+        return m_lineFamily;
+    }
     // The first node of the class's list of `family`; null if the list is empty.
     KvRxOverruleNode* overruleList(int family) const { return m_overruleHeads[family]; }
     // Bytes the class takes, its name texts and its ancestry included.
@@ -155,6 +165,11 @@ private:
     // Makes the lines of this class's children anew where they are unsettled, and so on
     // down; this class's own line is settled.
     void settleChildLines();
+    // Makes the line anew below `above`; false when no memory is left.
+    bool makeLineBelow(const KvRxClassAncestry& above) {
+        m_lineFamily = -1;
+        return m_ancestry.makeBelow(above, m_rxClass);
+    }
     // Steps of destruction that may fail: the order check and leaving the parent.
     void checkedDetach();
     // Takes this class out of the protocol maps of all registered classes.
@@ -179,6 +194,9 @@ private:
     KvRxMemberBuilder m_memberBuilder = nullptr;
     KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
     KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
+    // The map's last answer, kept here so that a query skips the map; empty while
+    // there is no map.
+    KvRxPEQueryCache m_lastQuery;
     // In the state's own block; the parent name is dropped once linked.
     const char16_t* m_parentName = nullptr;
     const char16_t* m_className = nullptr;
@@ -199,4 +217,7 @@ private:
     KvRxClassAncestry m_ancestry;
     // -1 until nameFamily is first asked; the name never changes.
     mutable signed char m_nameFamily = -1;
+    // -1 until lineFamily is asked. The answer depends on the line alone, so every
+    // remaking of the line (makeLineBelow) sets it back to -1.
+    mutable signed char m_lineFamily = -1;
 };

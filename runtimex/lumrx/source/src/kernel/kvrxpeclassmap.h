@@ -1,7 +1,8 @@
 // The protocol-extension map of one class.
 //
 // Owned by the class state that made it. Owns its nodes only: keys (protocol classes)
-// and values (extension objects) belong to others and are never deleted here.
+// and values (extension objects) belong to others and are never deleted here. Its last
+// answer lives in that class state (see kvrxpequerycache.h), which outlives the map.
 #pragma once
 
 #include "kernel/kvrxpequerycache.h"
@@ -15,7 +16,7 @@ public:
     // Keys in address order.
     using Nodes = std::map<const KvRxObject*, KvRxObject*, std::less<const KvRxObject*>>;
 
-    KvRxPEClassMapImp() = default;
+    explicit KvRxPEClassMapImp(KvRxPEQueryCache& lastQuery) : m_lastQuery(lastQuery) {}
 
     KvRxIterator* newIterator() override;
     KvRxGenericMapIterator* newMapIterator() override;
@@ -32,14 +33,14 @@ public:
     bool has(const KvRxObject* key) const override;
     unsigned int size() const override;
 
+    // A look-up in the tree; its answer becomes the last one.
+    KvRxObject* lookUp(const KvRxObject* key) const;
     // The walks of the class tree read the nodes directly, and change them only through
     // the operations above.
     const Nodes& nodes() const { return m_nodes; }
 
 private:
     friend class KvRxPEClassMapIteratorImp;
-    // A look-up in the tree; its answer becomes the last one.
-    KvRxObject* lookUp(const KvRxObject* key) const;
     Nodes m_nodes;
-    mutable KvRxPEQueryCache m_lastQuery;
+    KvRxPEQueryCache& m_lastQuery;
 };

@@ -46,7 +46,15 @@ int familyIndexOf(const KvRxClass* familyClass) {
     return KvRxClassState::of(familyClass)->nameFamily(&familyOfName);
 }
 
-int familyOf(KvRxClass* cls) { return familyIndexOf(familyClassOf(cls)); }
+// Out of line: it runs once per line, and inlined it would make every caller save
+// registers for it.
+[[gnu::noinline]] int familyOfLine(KvRxClass* cls) { return familyIndexOf(familyClassOf(cls)); }
+
+// Each class keeps the family of its line until the line is made anew.
+int familyOf(KvRxClass* cls) {
+    const KvRxClassState* state = KvRxClassState::of(cls);
+    return state ? state->lineFamily(&familyOfLine) : kOverruleFamilyCount;
+}
 
 // Calls `visit` with the implementation of every registered class derived from
 // `target`, the target included. False if there is no class dictionary.
@@ -96,10 +104,10 @@ bool KvRxOverrule::isOverruling() { return gIsOverruling; }
 
 bool KvRxOverrule::hasOverrule(const KvRxObject* subject, KvRxClass* overruleClass) {
     if (!subject || !overruleClass) return false;
-    const KvRxClassState* state = KvRxClassState::of(subject->isA());
-    if (!state) return false;
     int family = familyOf(overruleClass);
-    return family != kOverruleFamilyCount && state->overruleList(family) != nullptr;
+    if (family == kOverruleFamilyCount) return false;
+    const KvRxClassState* state = KvRxClassState::of(subject->isA());
+    return state && state->overruleList(family) != nullptr;
 }
 
 KvRxObject* KvRxQueryXOverrule::queryX(const KvRxObject*, const KvRxClass*) const {
