@@ -1,3 +1,4 @@
+#include "loadercheckedimages.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
@@ -79,10 +80,10 @@ static bool segmentsInside(const std::vector<ElfW(Phdr)>& segments, uint64_t fil
 }
 
 // True if the open file has the process's own format and all its mapped segments: the
-// dynamic loader may be given it without faulting. `segments` receives the table.
-static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments) {
+// dynamic loader may be given it without faulting. `segments` receives the table, `st`
+// what the file is.
+static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments, struct stat& st) {
     unsigned char head[1024];
-    struct stat st;
     ssize_t got = fstat(fd, &st) == 0 ? pread(fd, head, sizeof head, 0) : -1;
     if (got < ssize_t(sizeof(ElfW(Ehdr)))) return false;
     ElfW(Ehdr) header;
@@ -96,7 +97,8 @@ static bool isLoadableHere(const char* path) {
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     std::vector<ElfW(Phdr)> segments;
-    bool ok = safeToMap(fd, segments) && !isPositionIndependentProgram(fd, segments);
+    struct stat st;
+    bool ok = safeToMap(fd, segments, st) && !isPositionIndependentProgram(fd, segments);
     close(fd);
     return ok;
 }
@@ -108,11 +110,15 @@ bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(
 enum class FileBefore { kAbsent, kSafe, kRefused };
 
 static FileBefore fileBeforeLoad(const char* path) {
+    // A file found safe before and unchanged since needn't be read again.
+    struct stat st;
+    if (stat(path, &st) == 0 && loader_internal::checkedSafe(st)) return FileBefore::kSafe;
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return access(path, F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
     std::vector<ElfW(Phdr)> segments;
-    bool safe = safeToMap(fd, segments);
+    bool safe = safeToMap(fd, segments, st);
     close(fd);
+    if (safe) loader_internal::rememberSafe(st);
     return safe ? FileBefore::kSafe : FileBefore::kRefused;
 }
 
