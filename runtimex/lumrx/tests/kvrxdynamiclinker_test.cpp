@@ -147,6 +147,24 @@ TEST_F(ModuleTest, MessagesReachTheEntryPointWithTheModuleCurrent) {
     }
 }
 
+// A proxy that lets its image go and takes another one delivers to the new image's
+// entry point, not to the one it found before.
+TEST_F(ModuleTest, AProxyThatTakesAnotherImageCallsThatImagesEntryPoint) {
+    KvRxDynLoadModuleProxy* proxy = namedProxy(modulePath("krxgood.krx"));
+    ASSERT_EQ(proxy->loadImage(), 0);
+    events();
+    EXPECT_TRUE(proxy->sendMessageToApp(KvRx::AppMsgCode(77), nullptr));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 77"});
+    proxy->unloadImage();
+    EXPECT_EQ(proxy->entryPoint(), nullptr);
+    proxy->setModuleName(modulePath("krxfailinit.krx").c_str());
+    ASSERT_EQ(proxy->loadImage(), 0);
+    events();
+    EXPECT_FALSE(proxy->sendMessageToApp(KvRx::AppMsgCode(1), proxy));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfailinit message 1"});
+    delete proxy;
+}
+
 namespace {
 
 bool mapped(const std::u16string& path) { return lumplatform::mappedImage(path) != nullptr; }
@@ -360,4 +378,24 @@ TEST_F(ModuleTest, AnImageMappedBeforeIsAcceptedOnlyUnderItsOwnName) {
     }
     lumplatform::closeLibrary(system);
     EXPECT_FALSE(mapped(good));
+}
+
+// The table compares names without case, letters beyond ASCII too: a module is found,
+// and unloaded, by its name in other case; a name that differs otherwise finds nothing.
+TEST_F(ModuleTest, TheTableFindsAModuleByItsNameInAnyCase) {
+    fs::copy_file(kModules / "krxgood.krx", dir / "M\xc3\xb6" "dul.krx");
+    std::u16string name = fromUtf8((dir / "M\xc3\xb6" "dul.krx").string());
+    std::u16string upper = name, other = name;
+    for (char16_t& c : upper) c = c >= u'a' && c <= u'z' ? char16_t(c - 32) : c == u'\u00f6' ? u'\u00d6' : c;
+    other.replace(other.size() - 5, 1, u"m");
+    ASSERT_TRUE(linker()->loadModule(name.c_str(), false, false));
+    KvRxDynLoadModuleProxy* proxy = proxyOf(name);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(proxyOf(upper), proxy);
+    EXPECT_TRUE(linker()->isModuleLoaded(upper.c_str()));
+    EXPECT_FALSE(linker()->isModuleLoaded(other.c_str()));
+    proxy->setLocked(false);
+    EXPECT_TRUE(linker()->unloadModule(upper.c_str(), false));
+    EXPECT_FALSE(linker()->isModuleLoaded(name.c_str()));
+    EXPECT_FALSE(mapped(name));
 }

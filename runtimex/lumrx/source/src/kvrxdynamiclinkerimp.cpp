@@ -380,7 +380,7 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
     unsigned refusal = 0;
     if (!version)
         refusal = kNotAModule;
-    else if (!proxy->getProc("kvrxEntryPoint"))
+    else if (!proxy->entryPoint())
         refusal = kNoEntryPoint;
     else if (version(0) >> 16 != kApiVersionHigh)  // the low half is the module's own
         refusal = kWrongApiVersion;
@@ -546,10 +546,9 @@ void KvRxDynamicLinkerImp::flushPendingModules() {
         auto* proxy = KvRxDynLoadModuleProxy::cast(pendingDelete->removeHead());
         proxy->unloadImage();
         // Not in the table any more if a newer load of the module took its key over.
-        std::u16string key = m_index.keyOf(proxy);
-        if (!key.empty()) {
-            modules->remove(key.c_str());
-            m_index.remove(key, proxy);
+        if (const std::u16string* key = m_index.keyOf(proxy)) {
+            modules->remove(key->c_str());
+            m_index.remove(proxy);
         }
         if (proxy->heldByLoad())
             proxy->setFlushed();
