@@ -399,3 +399,50 @@ TEST_F(ModuleTest, TheTableFindsAModuleByItsNameInAnyCase) {
     EXPECT_FALSE(linker()->isModuleLoaded(name.c_str()));
     EXPECT_FALSE(mapped(name));
 }
+
+// A name that reaches the file through links loads it under its full name, with its own
+// folder current while it maps: the same module again by its full name, or by a link to
+// the file, is one more reference, not a second module. A name of nothing, or of a
+// folder, loads nothing and shows nothing, and the current folder stays as it was, also
+// when it can't be read any more.
+TEST_F(ModuleTest, ANameThroughLinksLoadsTheFileUnderItsFullName) {
+    std::u16string cwd = lumplatform::currentDirectory();
+    fs::path real = fs::canonical(dir) / "real";
+    fs::create_directories(real / "folder.krx");
+    fs::copy_file(kModules / "krxgood.krx", real / "m.krx");
+    fs::create_directory_symlink(real, fs::canonical(dir) / "via");
+    fs::create_symlink(real / "m.krx", real / "alias.krx");
+    std::u16string full = fromUtf8((real / "m.krx").string());
+    std::u16string names[] = {fromUtf8((fs::canonical(dir) / "via" / "m.krx").string()), full,
+                              fromUtf8((real / "alias.krx").string())};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(linker()->loadModule(names[i].c_str(), true, false)) << i;
+        EXPECT_EQ(lumplatform::currentDirectory(), cwd);
+    }
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxgood mapped " + real.string(), "krxgood message 1"}));
+    KvRxDynLoadModuleProxy* proxy = proxyOf(full);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(std::u16string(proxy->moduleName()), full);
+    EXPECT_EQ(proxy->refCount(), 3);
+    EXPECT_EQ(linker()->loadedModuleCount(), 1);
+    host.messages.clear();
+
+    for (const char* nothing : {"absent.krx", "folder.krx"}) {
+        std::u16string name = fromUtf8((real / nothing).string());
+        EXPECT_FALSE(linker()->loadModule(name.c_str(), true, false)) << nothing;
+        EXPECT_EQ(lumplatform::currentDirectory(), cwd);
+    }
+    fs::create_directories(dir / "gone");
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8((dir / "gone").string())));
+    fs::remove(dir / "gone");
+    EXPECT_FALSE(linker()->loadModule(fromUtf8((real / "absent.krx").string()).c_str(), true, false));
+    EXPECT_EQ(lumplatform::currentDirectory(), u"");
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(cwd));
+    EXPECT_TRUE(host.messages.empty());
+    EXPECT_TRUE(events().empty());
+
+    proxy->setLocked(false);
+    for (int i = 0; i < 3; ++i) linker()->unloadModule(names[i].c_str(), false);
+    EXPECT_EQ(proxyOf(full), nullptr);
+    EXPECT_FALSE(mapped(full));
+}

@@ -1,3 +1,4 @@
+#include "filesinternal.h"
 #include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
@@ -85,6 +86,10 @@ static std::string normalise(const std::string& absolute) {
     return out.empty() ? "/" : out;
 }
 
+bool filesinternal::isNormalAbsolute(const std::string& path) {
+    return !path.empty() && path[0] == '/' && isNormal(path);
+}
+
 // True if the lexically normal absolute path `normal` names something that exists and
 // is reached without passing a link: it is then its own canonical path. One open that
 // refuses links answers what a walk reading each component as a link would; where the
@@ -133,7 +138,7 @@ std::u16string fullPathOfFile(const std::u16string& path) {
     struct stat st;
     // A normal absolute name reached without links is its own full name, and what it
     // names is known from the same open.
-    if (!p.empty() && p[0] == '/' && isNormal(p) && reachedWithoutLinks(p, &st))
+    if (filesinternal::isNormalAbsolute(p) && reachedWithoutLinks(p, &st))
         return S_ISREG(st.st_mode) ? path : std::u16string();
     return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? fullPathName(path) : std::u16string();
 }

@@ -1,3 +1,4 @@
+#include "filesinternal.h"
 #include "loadercheckedimages.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
@@ -109,10 +110,12 @@ bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(
 // loader to report), safe to map, or not ours to load.
 enum class FileBefore { kAbsent, kSafe, kRefused };
 
-static FileBefore fileBeforeLoad(const char* path) {
+// `known`, if given, is what the path names, asked just before.
+static FileBefore fileBeforeLoad(const char* path, const struct stat* known) {
     // A file found safe before and unchanged since needn't be read again.
     struct stat st;
-    if (stat(path, &st) == 0 && loader_internal::checkedSafe(st)) return FileBefore::kSafe;
+    if (known) st = *known;
+    if ((known || stat(path, &st) == 0) && loader_internal::checkedSafe(st)) return FileBefore::kSafe;
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return access(path, F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
     std::vector<ElfW(Phdr)> segments;
@@ -123,15 +126,16 @@ static FileBefore fileBeforeLoad(const char* path) {
 }
 
 // Opens the image `path` after checking the file under `checked`: its UTF-8 name, or
-// the name by which the current directory reaches the same file.
+// the name by which the current directory reaches the same file (`known` what it names,
+// if asked just before).
 static void* openCheckedImage(const std::u16string& path, const std::string& narrow,
-                              const char* checked, int& error) {
+                              const char* checked, int& error, const struct stat* known = nullptr) {
     // A file named by path that isn't ours to load is refused before the dynamic loader
     // sees it; anything else it can't open (no file, a missing dependency or symbol)
     // counts as missing, but for a program, which the loader refuses without running
     // any of it.
     bool named = narrow.find('/') != std::string::npos;
-    FileBefore before = named ? fileBeforeLoad(checked) : FileBefore::kAbsent;
+    FileBefore before = named ? fileBeforeLoad(checked, known) : FileBefore::kAbsent;
     if (before == FileBefore::kRefused) {
         error = kImageNotLoadable;
         return nullptr;
@@ -147,8 +151,20 @@ void* openImage(const std::u16string& path, int& error) {
     return openCheckedImage(path, narrow, narrow.c_str(), error);
 }
 
-void* openImageInFolder(const std::u16string& path, int& error) {
+// True if the current directory, just changed to `folder`, is reached by that name
+// without links: the system gives the current directory by its canonical path.
+static bool reachedAsNamed(const std::string& folder) {
+    char now[PATH_MAX];
+    return getcwd(now, sizeof now) != nullptr && folder == now;
+}
+
+// openImageInFolder, and openImageAsFullName with `asFullName`.
+static void* openInFolder(const std::u16string& path, int& error, bool asFullName) {
     std::string narrow = toUtf8(path);
+    if (asFullName && !filesinternal::isNormalAbsolute(narrow)) {
+        error = kNotItsFullName;
+        return nullptr;
+    }
     size_t slash = narrow.rfind('/');
     if (narrow.empty() || narrow[0] != '/') return openImage(path, error);
     char previous[PATH_MAX];
@@ -156,14 +172,25 @@ void* openImageInFolder(const std::u16string& path, int& error) {
     std::string folder = narrow.substr(0, slash == 0 ? 1 : slash);
     // A folder that is current already stays so, and nothing is set back.
     bool current = remembered && folder == previous;
-    bool moved = !current && chdir(folder.c_str()) == 0;
+    bool moved = !current && (remembered || !asFullName) && chdir(folder.c_str()) == 0;
     // From inside the folder the file is reached by its own name, a walk of one step.
     bool ownName = (current || moved) && slash + 1 < narrow.size();
     const char* checked = ownName ? narrow.c_str() + slash + 1 : narrow.c_str();
-    void* handle = openCheckedImage(path, narrow, checked, error);
+    struct stat st;
+    if (asFullName && !((current || (moved && reachedAsNamed(folder))) &&
+                        fstatat(AT_FDCWD, checked, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))) {
+        if (moved) chdir(previous);
+        error = kNotItsFullName;
+        return nullptr;
+    }
+    void* handle = openCheckedImage(path, narrow, checked, error, asFullName ? &st : nullptr);
     if (remembered && moved) chdir(previous);
     return handle;
 }
+
+void* openImageInFolder(const std::u16string& path, int& error) { return openInFolder(path, error, false); }
+
+void* openImageAsFullName(const std::u16string& path, int& error) { return openInFolder(path, error, true); }
 
 void* mappedImage(const std::u16string& path) {
     if (path.empty()) return nullptr;

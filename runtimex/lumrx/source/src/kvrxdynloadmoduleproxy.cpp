@@ -52,11 +52,12 @@ KvRx::Ordering KvRxDynLoadModuleProxy::comparedTo(const KvRxObject* other) const
     return mine == theirs ? KvRx::kEqual : KvRx::kGreaterThan;
 }
 
-int KvRxDynLoadModuleProxy::loadImage() {
+int KvRxDynLoadModuleProxy::loadImage(bool asFullName) {
     if (m_moduleHandle) return 0;
     if (!m_moduleName || !*m_moduleName) return -1;
     int error = 0;
-    m_moduleHandle = lumplatform::openImageInFolder(m_moduleName, error);
+    m_moduleHandle = asFullName ? lumplatform::openImageAsFullName(m_moduleName, error)
+                                : lumplatform::openImageInFolder(m_moduleName, error);
     m_ownsImage = m_moduleHandle != nullptr;
     return error;
 }

@@ -97,8 +97,10 @@ public:
 
     // Loads the image named by moduleName with the module's directory current for the
     // call. 0 on success or if an image is there already, -1 without a name, else the
-    // loader's error (126 missing, 193 not loadable).
-    int loadImage();
+    // loader's error (126 missing, 193 not loadable). With `asFullName`, only if
+    // moduleName is the file's own full name; else nothing is loaded and the result is
+    // lumplatform::kNotItsFullName.
+    int loadImage(bool asFullName = false);
     // Releases the image if loadImage loaded it.
     void unloadImage();
     // The module's record, made on first use.
