@@ -195,6 +195,7 @@ TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
     std::u16string plain = u(real / "a" / "b" / "m.krx");
     EXPECT_EQ(fullPathName(plain), plain);
     EXPECT_EQ(fullPathName(u(real / "a" / "." / "b" / ".." / "b" / "m.krx")), plain);
+    EXPECT_EQ(fullPathName(u(real) + u"/a//b/m.krx"), plain);
 
     fs::create_symlink(real / "a" / "b" / "m.krx", real / "last.krx");
     EXPECT_EQ(fullPathName(u(real / "last.krx")), plain);

@@ -54,20 +54,24 @@ unsigned fileKindAttributes(const std::u16string& path) {
 
 // True if no component of the absolute path is empty, "." or "..": it is normal as it is.
 static bool isNormal(const std::string& absolute) {
-    if (absolute == "/") return true;
-    for (size_t i = 0; i < absolute.size(); ++i) {
+    size_t n = absolute.size();
+    if (n == 1 && absolute[0] == '/') return true;
+    // One pass: each separator starts a component that runs to the next one.
+    for (size_t i = 0; i < n; ++i) {
         if (absolute[i] != '/') continue;
-        size_t end = absolute.find('/', i + 1);
-        size_t length = (end == std::string::npos ? absolute.size() : end) - i - 1;
-        if (length == 0 || (length <= 2 && absolute.compare(i + 1, length, "..", length) == 0))
-            return false;
+        size_t end = i + 1;
+        while (end < n && absolute[end] != '/') ++end;
+        size_t length = end - i - 1;
+        bool dots = length <= 2 && absolute[i + 1] == '.' && (length == 1 || absolute[i + 2] == '.');
+        if (length == 0 || dots) return false;
+        i = end - 1;
     }
     return true;
 }
 
-// Folds "." and ".." and repeated separators of an absolute path, lexically.
+// Folds "." and ".." and repeated separators of an absolute path that isn't normal,
+// lexically.
 static std::string normalise(const std::string& absolute) {
-    if (isNormal(absolute)) return absolute;
     std::vector<std::string> parts;
     size_t i = 0;
     while (i < absolute.size()) {
@@ -114,7 +118,7 @@ std::u16string fullPathName(const std::u16string& path) {
         if (cwd.empty()) return {};
         p = toUtf8(cwd) + "/" + p;
     }
-    p = normalise(p);
+    if (!isNormal(p)) p = normalise(p);
     if (reachedWithoutLinks(p)) return fromUtf8(p);
     // Follow links for the longest leading part that exists.
     std::string head = p, tail;

@@ -48,8 +48,10 @@ constexpr uint32_t kApiVersionHigh = 0x07E5;
 
 // The normal full path of `name`, the key of the module table; empty if there is none.
 std::u16string fullFileName(const char16_t* name) {
-    char16_t full[LUM_MAX_PATH];
-    return LumPathMaker::getFullFileName(name, full) ? std::u16string(full) : std::u16string();
+    // What LumPathMaker::getFullFileName gives, without its buffer: no name for a
+    // path that doesn't fit one.
+    std::u16string full = name && *name ? lumplatform::fullPathName(name) : std::u16string();
+    return full.size() < LUM_MAX_PATH ? full : std::u16string();
 }
 
 // Writes "krx <module> <event>" to the host's crash record.
@@ -358,10 +360,9 @@ bool KvRxDynamicLinkerImp::mappedUnderFullName(void* mapped, const std::u16strin
     }
     // The loader keeps the name it was given; the full name made just before is its own
     // normal form.
-    if (path != full) {
-        std::u16string normal = fullFileName(path.c_str());
-        if (!normal.empty()) path = normal;
-    }
+    if (path == full) return true;
+    std::u16string normal = fullFileName(path.c_str());
+    if (!normal.empty()) path = normal;
     return LumCharOp::compareNoCase(path.c_str(), full.c_str()) == 0;
 }
 
