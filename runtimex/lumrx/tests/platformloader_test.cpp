@@ -298,3 +298,20 @@ TEST_F(PlatformLoader, AFileFoundSafeOnceIsCheckedAgainOnceItChanges) {
     EXPECT_EQ(lumplatform::openImage(name, error), nullptr);
     EXPECT_EQ(error, lumplatform::kImageNotLoadable);
 }
+
+// A library named with ".dll", in any case, is the same name ending in ".so"; other
+// names are taken as they are, in UTF-16 and in UTF-8 alike.
+TEST_F(PlatformLoader, LibraryNamesEndingInDllOpenTheirSharedObject) {
+    fs::copy_file(kModules / "krxgood.krx", dir / "lib.so");
+    fs::copy_file(kModules / "krxgood.krx", dir / "lib.dllx");
+    for (const char* name : {"lib.dll", "lib.DLL", "lib.Dll", "lib.so", "lib.dllx"}) {
+        void* wide = lumplatform::openLibrary(u(dir / name));
+        void* narrow = lumplatform::openLibraryUtf8((dir / name).string());
+        EXPECT_NE(wide, nullptr) << name;
+        EXPECT_EQ(narrow, wide) << name;
+        lumplatform::closeLibrary(wide);
+        lumplatform::closeLibrary(narrow);
+    }
+    EXPECT_EQ(lumplatform::openLibraryUtf8((dir / "absent.dll").string()), nullptr);
+    EXPECT_EQ(lumplatform::openLibraryUtf8(""), nullptr);
+}

@@ -125,11 +125,11 @@ static FileBefore fileBeforeLoad(const char* path, const struct stat* known) {
     return safe ? FileBefore::kSafe : FileBefore::kRefused;
 }
 
-// Opens the image `path` after checking the file under `checked`: its UTF-8 name, or
-// the name by which the current directory reaches the same file (`known` what it names,
-// if asked just before).
-static void* openCheckedImage(const std::u16string& path, const std::string& narrow,
-                              const char* checked, int& error, const struct stat* known = nullptr) {
+// Opens the image of the UTF-8 name `narrow` after checking the file under `checked`:
+// that name, or the name by which the current directory reaches the same file (`known`
+// what it names, if asked just before).
+static void* openCheckedImage(const std::string& narrow, const char* checked, int& error,
+                              const struct stat* known = nullptr) {
     // A file named by path that isn't ours to load is refused before the dynamic loader
     // sees it; anything else it can't open (no file, a missing dependency or symbol)
     // counts as missing, but for a program, which the loader refuses without running
@@ -140,7 +140,7 @@ static void* openCheckedImage(const std::u16string& path, const std::string& nar
         error = kImageNotLoadable;
         return nullptr;
     }
-    void* handle = openLibrary(path);
+    void* handle = openLibraryUtf8(narrow);
     error = handle ? 0 : kImageMissing;
     if (!handle && before == FileBefore::kSafe && !isLoadableHere(checked)) error = kImageNotLoadable;
     return handle;
@@ -148,7 +148,7 @@ static void* openCheckedImage(const std::u16string& path, const std::string& nar
 
 void* openImage(const std::u16string& path, int& error) {
     std::string narrow = toUtf8(path);
-    return openCheckedImage(path, narrow, narrow.c_str(), error);
+    return openCheckedImage(narrow, narrow.c_str(), error);
 }
 
 // True if the current directory, just changed to `folder`, is reached by that name
@@ -183,7 +183,7 @@ static void* openInFolder(const std::u16string& path, int& error, bool asFullNam
         error = kNotItsFullName;
         return nullptr;
     }
-    void* handle = openCheckedImage(path, narrow, checked, error, asFullName ? &st : nullptr);
+    void* handle = openCheckedImage(narrow, checked, error, asFullName ? &st : nullptr);
     if (remembered && moved) chdir(previous);
     return handle;
 }
