@@ -158,6 +158,12 @@ static bool reachedAsNamed(const std::string& folder) {
     return getcwd(now, sizeof now) != nullptr && folder == now;
 }
 
+// True if the current folder, reached by its name without links (`folderAsNamed`),
+// holds `file` as a regular file, no link; `st` receives what the file is.
+static bool holdsOwnFile(bool folderAsNamed, const char* file, struct stat& st) {
+    return folderAsNamed && fstatat(AT_FDCWD, file, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
+}
+
 // openImageInFolder, and openImageAsFullName with `asFullName`.
 static void* openInFolder(const std::u16string& path, int& error, bool asFullName) {
     std::string narrow = toUtf8(path);
@@ -177,8 +183,7 @@ static void* openInFolder(const std::u16string& path, int& error, bool asFullNam
     bool ownName = (current || moved) && slash + 1 < narrow.size();
     const char* checked = ownName ? narrow.c_str() + slash + 1 : narrow.c_str();
     struct stat st;
-    if (asFullName && !((current || (moved && reachedAsNamed(folder))) &&
-                        fstatat(AT_FDCWD, checked, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode))) {
+    if (asFullName && !holdsOwnFile(current || (moved && reachedAsNamed(folder)), checked, st)) {
         if (moved) chdir(previous);
         error = kNotItsFullName;
         return nullptr;
