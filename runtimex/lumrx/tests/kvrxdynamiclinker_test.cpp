@@ -147,6 +147,24 @@ TEST_F(ModuleTest, MessagesReachTheEntryPointWithTheModuleCurrent) {
     }
 }
 
+// A proxy that lets its image go and takes another one delivers to the new image's
+// entry point, not to the one it found before.
+TEST_F(ModuleTest, AProxyThatTakesAnotherImageCallsThatImagesEntryPoint) {
+    KvRxDynLoadModuleProxy* proxy = namedProxy(modulePath("krxgood.krx"));
+    ASSERT_EQ(proxy->loadImage(), 0);
+    events();
+    EXPECT_TRUE(proxy->sendMessageToApp(KvRx::AppMsgCode(77), nullptr));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxgood message 77"});
+    proxy->unloadImage();
+    EXPECT_EQ(proxy->entryPoint(), nullptr);
+    proxy->setModuleName(modulePath("krxfailinit.krx").c_str());
+    ASSERT_EQ(proxy->loadImage(), 0);
+    events();
+    EXPECT_FALSE(proxy->sendMessageToApp(KvRx::AppMsgCode(1), proxy));
+    EXPECT_EQ(events(), std::vector<std::string>{"krxfailinit message 1"});
+    delete proxy;
+}
+
 namespace {
 
 bool mapped(const std::u16string& path) { return lumplatform::mappedImage(path) != nullptr; }
@@ -360,4 +378,71 @@ TEST_F(ModuleTest, AnImageMappedBeforeIsAcceptedOnlyUnderItsOwnName) {
     }
     lumplatform::closeLibrary(system);
     EXPECT_FALSE(mapped(good));
+}
+
+// The table compares names without case, letters beyond ASCII too: a module is found,
+// and unloaded, by its name in other case; a name that differs otherwise finds nothing.
+TEST_F(ModuleTest, TheTableFindsAModuleByItsNameInAnyCase) {
+    fs::copy_file(kModules / "krxgood.krx", dir / "M\xc3\xb6" "dul.krx");
+    std::u16string name = fromUtf8((dir / "M\xc3\xb6" "dul.krx").string());
+    std::u16string upper = name, other = name;
+    for (char16_t& c : upper) c = c >= u'a' && c <= u'z' ? char16_t(c - 32) : c == u'\u00f6' ? u'\u00d6' : c;
+    other.replace(other.size() - 5, 1, u"m");
+    ASSERT_TRUE(linker()->loadModule(name.c_str(), false, false));
+    KvRxDynLoadModuleProxy* proxy = proxyOf(name);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(proxyOf(upper), proxy);
+    EXPECT_TRUE(linker()->isModuleLoaded(upper.c_str()));
+    EXPECT_FALSE(linker()->isModuleLoaded(other.c_str()));
+    proxy->setLocked(false);
+    EXPECT_TRUE(linker()->unloadModule(upper.c_str(), false));
+    EXPECT_FALSE(linker()->isModuleLoaded(name.c_str()));
+    EXPECT_FALSE(mapped(name));
+}
+
+// A name that reaches the file through links loads it under its full name, with its own
+// folder current while it maps: the same module again by its full name, or by a link to
+// the file, is one more reference, not a second module. A name of nothing, or of a
+// folder, loads nothing and shows nothing, and the current folder stays as it was, also
+// when it can't be read any more.
+TEST_F(ModuleTest, ANameThroughLinksLoadsTheFileUnderItsFullName) {
+    std::u16string cwd = lumplatform::currentDirectory();
+    fs::path real = fs::canonical(dir) / "real";
+    fs::create_directories(real / "folder.krx");
+    fs::copy_file(kModules / "krxgood.krx", real / "m.krx");
+    fs::create_directory_symlink(real, fs::canonical(dir) / "via");
+    fs::create_symlink(real / "m.krx", real / "alias.krx");
+    std::u16string full = fromUtf8((real / "m.krx").string());
+    std::u16string names[] = {fromUtf8((fs::canonical(dir) / "via" / "m.krx").string()), full,
+                              fromUtf8((real / "alias.krx").string())};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(linker()->loadModule(names[i].c_str(), true, false)) << i;
+        EXPECT_EQ(lumplatform::currentDirectory(), cwd);
+    }
+    EXPECT_EQ(events(), (std::vector<std::string>{"krxgood mapped " + real.string(), "krxgood message 1"}));
+    KvRxDynLoadModuleProxy* proxy = proxyOf(full);
+    ASSERT_NE(proxy, nullptr);
+    EXPECT_EQ(std::u16string(proxy->moduleName()), full);
+    EXPECT_EQ(proxy->refCount(), 3);
+    EXPECT_EQ(linker()->loadedModuleCount(), 1);
+    host.messages.clear();
+
+    for (const char* nothing : {"absent.krx", "folder.krx"}) {
+        std::u16string name = fromUtf8((real / nothing).string());
+        EXPECT_FALSE(linker()->loadModule(name.c_str(), true, false)) << nothing;
+        EXPECT_EQ(lumplatform::currentDirectory(), cwd);
+    }
+    fs::create_directories(dir / "gone");
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(fromUtf8((dir / "gone").string())));
+    fs::remove(dir / "gone");
+    EXPECT_FALSE(linker()->loadModule(fromUtf8((real / "absent.krx").string()).c_str(), true, false));
+    EXPECT_EQ(lumplatform::currentDirectory(), u"");
+    ASSERT_TRUE(lumplatform::setCurrentDirectory(cwd));
+    EXPECT_TRUE(host.messages.empty());
+    EXPECT_TRUE(events().empty());
+
+    proxy->setLocked(false);
+    for (int i = 0; i < 3; ++i) linker()->unloadModule(names[i].c_str(), false);
+    EXPECT_EQ(proxyOf(full), nullptr);
+    EXPECT_FALSE(mapped(full));
 }

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -194,6 +195,7 @@ TEST_F(PlatformLoader, FullNamesFollowLinksAnywhereOnThePath) {
     std::u16string plain = u(real / "a" / "b" / "m.krx");
     EXPECT_EQ(fullPathName(plain), plain);
     EXPECT_EQ(fullPathName(u(real / "a" / "." / "b" / ".." / "b" / "m.krx")), plain);
+    EXPECT_EQ(fullPathName(u(real) + u"/a//b/m.krx"), plain);
 
     fs::create_symlink(real / "a" / "b" / "m.krx", real / "last.krx");
     EXPECT_EQ(fullPathName(u(real / "last.krx")), plain);
@@ -248,4 +250,68 @@ TEST_F(PlatformLoader, ReadsASegmentTableFarBehindTheHeader) {
     EXPECT_FALSE(lumplatform::isLoadableImage(u(past)));
     EXPECT_EQ(lumplatform::openImage(u(past), error), nullptr);
     EXPECT_EQ(error, lumplatform::kImageNotLoadable);
+}
+
+// A module loaded once is not read again while it stays as it was; a file changed in
+// place to the same size, or replaced under its name, is checked anew and refused.
+TEST_F(PlatformLoader, AFileFoundSafeOnceIsCheckedAgainOnceItChanges) {
+    std::string image = bytesOf(kModules / "krxgood.krx");
+    Elf64_Ehdr header;
+    std::memcpy(&header, image.data(), sizeof header);
+    // The last segment reaches three pages past the end: the system would map it (and
+    // fault on the first touch there), the file check refuses it.
+    std::string past = image;
+    char* last = nullptr;
+    for (size_t i = 0; i < header.e_phnum; ++i) {
+        char* at = &past[header.e_phoff + i * sizeof(Elf64_Phdr)];
+        if (reinterpret_cast<const Elf64_Phdr*>(at)->p_type == PT_LOAD) last = at;
+    }
+    ASSERT_NE(last, nullptr);
+    Elf64_Phdr segment;
+    std::memcpy(&segment, last, sizeof segment);
+    uint64_t grown = past.size() - segment.p_offset + 3 * 4096;
+    segment.p_memsz += grown - segment.p_filesz;
+    segment.p_filesz = grown;
+    std::memcpy(last, &segment, sizeof segment);
+    std::u16string name = u(write("m.krx", image));
+    // Only a file that has settled for a while is taken as unchanged by its times.
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200));
+    int error = -1;
+    for (int round = 0; round < 2; ++round) {
+        void* handle = lumplatform::openImage(name, error);
+        ASSERT_NE(handle, nullptr);
+        EXPECT_EQ(error, 0);
+        lumplatform::closeLibrary(handle);
+    }
+
+    write("m.krx", past);  // same file, same size
+    ASSERT_EQ(fs::file_size(dir / "m.krx"), image.size());
+    EXPECT_EQ(lumplatform::openImage(name, error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
+
+    write("m.krx", image);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2200));
+    void* handle = lumplatform::openImage(name, error);
+    ASSERT_NE(handle, nullptr);
+    lumplatform::closeLibrary(handle);
+    fs::rename(write("other.krx", past), dir / "m.krx");  // another file under the name
+    EXPECT_EQ(lumplatform::openImage(name, error), nullptr);
+    EXPECT_EQ(error, lumplatform::kImageNotLoadable);
+}
+
+// A library named with ".dll", in any case, is the same name ending in ".so"; other
+// names are taken as they are, in UTF-16 and in UTF-8 alike.
+TEST_F(PlatformLoader, LibraryNamesEndingInDllOpenTheirSharedObject) {
+    fs::copy_file(kModules / "krxgood.krx", dir / "lib.so");
+    fs::copy_file(kModules / "krxgood.krx", dir / "lib.dllx");
+    for (const char* name : {"lib.dll", "lib.DLL", "lib.Dll", "lib.so", "lib.dllx"}) {
+        void* wide = lumplatform::openLibrary(u(dir / name));
+        void* narrow = lumplatform::openLibraryUtf8((dir / name).string());
+        EXPECT_NE(wide, nullptr) << name;
+        EXPECT_EQ(narrow, wide) << name;
+        lumplatform::closeLibrary(wide);
+        lumplatform::closeLibrary(narrow);
+    }
+    EXPECT_EQ(lumplatform::openLibraryUtf8((dir / "absent.dll").string()), nullptr);
+    EXPECT_EQ(lumplatform::openLibraryUtf8(""), nullptr);
 }

@@ -1,3 +1,4 @@
+#include "filesinternal.h"
 #include "lumplatform/files.h"
 #include "lumplatform/text.h"
 
@@ -53,20 +54,24 @@ unsigned fileKindAttributes(const std::u16string& path) {
 
 // True if no component of the absolute path is empty, "." or "..": it is normal as it is.
 static bool isNormal(const std::string& absolute) {
-    if (absolute == "/") return true;
-    for (size_t i = 0; i < absolute.size(); ++i) {
+    size_t n = absolute.size();
+    if (n == 1 && absolute[0] == '/') return true;
+    // One pass: each separator starts a component that runs to the next one.
+    for (size_t i = 0; i < n; ++i) {
         if (absolute[i] != '/') continue;
-        size_t end = absolute.find('/', i + 1);
-        size_t length = (end == std::string::npos ? absolute.size() : end) - i - 1;
-        if (length == 0 || (length <= 2 && absolute.compare(i + 1, length, "..", length) == 0))
-            return false;
+        size_t end = i + 1;
+        while (end < n && absolute[end] != '/') ++end;
+        size_t length = end - i - 1;
+        bool dots = length <= 2 && absolute[i + 1] == '.' && (length == 1 || absolute[i + 2] == '.');
+        if (length == 0 || dots) return false;
+        i = end - 1;
     }
     return true;
 }
 
-// Folds "." and ".." and repeated separators of an absolute path, lexically.
+// Folds "." and ".." and repeated separators of an absolute path that isn't normal,
+// lexically.
 static std::string normalise(const std::string& absolute) {
-    if (isNormal(absolute)) return absolute;
     std::vector<std::string> parts;
     size_t i = 0;
     while (i < absolute.size()) {
@@ -83,6 +88,10 @@ static std::string normalise(const std::string& absolute) {
     std::string out;
     for (const auto& p : parts) out += "/" + p;
     return out.empty() ? "/" : out;
+}
+
+bool filesinternal::isNormalAbsolute(const std::string& path) {
+    return !path.empty() && path[0] == '/' && isNormal(path);
 }
 
 // True if the lexically normal absolute path `normal` names something that exists and
@@ -109,7 +118,7 @@ std::u16string fullPathName(const std::u16string& path) {
         if (cwd.empty()) return {};
         p = toUtf8(cwd) + "/" + p;
     }
-    p = normalise(p);
+    if (!isNormal(p)) p = normalise(p);
     if (reachedWithoutLinks(p)) return fromUtf8(p);
     // Follow links for the longest leading part that exists.
     std::string head = p, tail;
@@ -133,7 +142,7 @@ std::u16string fullPathOfFile(const std::u16string& path) {
     struct stat st;
     // A normal absolute name reached without links is its own full name, and what it
     // names is known from the same open.
-    if (!p.empty() && p[0] == '/' && isNormal(p) && reachedWithoutLinks(p, &st))
+    if (filesinternal::isNormalAbsolute(p) && reachedWithoutLinks(p, &st))
         return S_ISREG(st.st_mode) ? path : std::u16string();
     return stat(p.c_str(), &st) == 0 && S_ISREG(st.st_mode) ? fullPathName(path) : std::u16string();
 }

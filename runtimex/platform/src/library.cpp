@@ -2,11 +2,11 @@
 #include "lumplatform/text.h"
 
 #include <dlfcn.h>
+#include <strings.h>
 
 namespace lumplatform {
 
-static std::string systemLibraryName(const std::u16string& name) {
-    std::string n = toUtf8(name);
+static std::string systemLibraryName(std::string n) {
     if (n.size() > 4) {
         std::string ext = n.substr(n.size() - 4);
         for (char& c : ext) c = char(c >= 'A' && c <= 'Z' ? c + 32 : c);
@@ -15,9 +15,15 @@ static std::string systemLibraryName(const std::u16string& name) {
     return n;
 }
 
-void* openLibrary(const std::u16string& name) {
+static std::string systemLibraryName(const std::u16string& name) { return systemLibraryName(toUtf8(name)); }
+
+void* openLibrary(const std::u16string& name) { return openLibraryUtf8(toUtf8(name)); }
+
+void* openLibraryUtf8(const std::string& name) {
     if (name.empty()) return nullptr;
-    return dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+    // Only a name ending in ".dll" needs another text.
+    bool dll = name.size() > 4 && strcasecmp(name.c_str() + name.size() - 4, ".dll") == 0;
+    return dlopen(dll ? systemLibraryName(name).c_str() : name.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 void* openLibraryBeside(const void* anchor, const std::u16string& name) {

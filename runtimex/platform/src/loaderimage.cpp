@@ -1,3 +1,5 @@
+#include "filesinternal.h"
+#include "loadercheckedimages.h"
 #include "lumplatform/library.h"
 #include "lumplatform/loader.h"
 #include "lumplatform/text.h"
@@ -79,10 +81,10 @@ static bool segmentsInside(const std::vector<ElfW(Phdr)>& segments, uint64_t fil
 }
 
 // True if the open file has the process's own format and all its mapped segments: the
-// dynamic loader may be given it without faulting. `segments` receives the table.
-static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments) {
+// dynamic loader may be given it without faulting. `segments` receives the table, `st`
+// what the file is.
+static bool safeToMap(int fd, std::vector<ElfW(Phdr)>& segments, struct stat& st) {
     unsigned char head[1024];
-    struct stat st;
     ssize_t got = fstat(fd, &st) == 0 ? pread(fd, head, sizeof head, 0) : -1;
     if (got < ssize_t(sizeof(ElfW(Ehdr)))) return false;
     ElfW(Ehdr) header;
@@ -96,7 +98,8 @@ static bool isLoadableHere(const char* path) {
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return false;
     std::vector<ElfW(Phdr)> segments;
-    bool ok = safeToMap(fd, segments) && !isPositionIndependentProgram(fd, segments);
+    struct stat st;
+    bool ok = safeToMap(fd, segments, st) && !isPositionIndependentProgram(fd, segments);
     close(fd);
     return ok;
 }
@@ -107,30 +110,37 @@ bool isLoadableImage(const std::u16string& path) { return isLoadableHere(toUtf8(
 // loader to report), safe to map, or not ours to load.
 enum class FileBefore { kAbsent, kSafe, kRefused };
 
-static FileBefore fileBeforeLoad(const char* path) {
+// `known`, if given, is what the path names, asked just before.
+static FileBefore fileBeforeLoad(const char* path, const struct stat* known) {
+    // A file found safe before and unchanged since needn't be read again.
+    struct stat st;
+    if (known) st = *known;
+    if ((known || stat(path, &st) == 0) && loader_internal::checkedSafe(st)) return FileBefore::kSafe;
     int fd = open(path, O_RDONLY | O_CLOEXEC);
     if (fd < 0) return access(path, F_OK) == 0 ? FileBefore::kRefused : FileBefore::kAbsent;
     std::vector<ElfW(Phdr)> segments;
-    bool safe = safeToMap(fd, segments);
+    bool safe = safeToMap(fd, segments, st);
     close(fd);
+    if (safe) loader_internal::rememberSafe(st);
     return safe ? FileBefore::kSafe : FileBefore::kRefused;
 }
 
-// Opens the image `path` after checking the file under `checked`: its UTF-8 name, or
-// the name by which the current directory reaches the same file.
-static void* openCheckedImage(const std::u16string& path, const std::string& narrow,
-                              const char* checked, int& error) {
+// Opens the image of the UTF-8 name `narrow` after checking the file under `checked`:
+// that name, or the name by which the current directory reaches the same file (`known`
+// what it names, if asked just before).
+static void* openCheckedImage(const std::string& narrow, const char* checked, int& error,
+                              const struct stat* known = nullptr) {
     // A file named by path that isn't ours to load is refused before the dynamic loader
     // sees it; anything else it can't open (no file, a missing dependency or symbol)
     // counts as missing, but for a program, which the loader refuses without running
     // any of it.
     bool named = narrow.find('/') != std::string::npos;
-    FileBefore before = named ? fileBeforeLoad(checked) : FileBefore::kAbsent;
+    FileBefore before = named ? fileBeforeLoad(checked, known) : FileBefore::kAbsent;
     if (before == FileBefore::kRefused) {
         error = kImageNotLoadable;
         return nullptr;
     }
-    void* handle = openLibrary(path);
+    void* handle = openLibraryUtf8(narrow);
     error = handle ? 0 : kImageMissing;
     if (!handle && before == FileBefore::kSafe && !isLoadableHere(checked)) error = kImageNotLoadable;
     return handle;
@@ -138,11 +148,29 @@ static void* openCheckedImage(const std::u16string& path, const std::string& nar
 
 void* openImage(const std::u16string& path, int& error) {
     std::string narrow = toUtf8(path);
-    return openCheckedImage(path, narrow, narrow.c_str(), error);
+    return openCheckedImage(narrow, narrow.c_str(), error);
 }
 
-void* openImageInFolder(const std::u16string& path, int& error) {
+// True if the current directory, just changed to `folder`, is reached by that name
+// without links: the system gives the current directory by its canonical path.
+static bool reachedAsNamed(const std::string& folder) {
+    char now[PATH_MAX];
+    return getcwd(now, sizeof now) != nullptr && folder == now;
+}
+
+// True if the current folder, reached by its name without links (`folderAsNamed`),
+// holds `file` as a regular file, no link; `st` receives what the file is.
+static bool holdsOwnFile(bool folderAsNamed, const char* file, struct stat& st) {
+    return folderAsNamed && fstatat(AT_FDCWD, file, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISREG(st.st_mode);
+}
+
+// openImageInFolder, and openImageAsFullName with `asFullName`.
+static void* openInFolder(const std::u16string& path, int& error, bool asFullName) {
     std::string narrow = toUtf8(path);
+    if (asFullName && !filesinternal::isNormalAbsolute(narrow)) {
+        error = kNotItsFullName;
+        return nullptr;
+    }
     size_t slash = narrow.rfind('/');
     if (narrow.empty() || narrow[0] != '/') return openImage(path, error);
     char previous[PATH_MAX];
@@ -150,14 +178,24 @@ void* openImageInFolder(const std::u16string& path, int& error) {
     std::string folder = narrow.substr(0, slash == 0 ? 1 : slash);
     // A folder that is current already stays so, and nothing is set back.
     bool current = remembered && folder == previous;
-    bool moved = !current && chdir(folder.c_str()) == 0;
+    bool moved = !current && (remembered || !asFullName) && chdir(folder.c_str()) == 0;
     // From inside the folder the file is reached by its own name, a walk of one step.
     bool ownName = (current || moved) && slash + 1 < narrow.size();
     const char* checked = ownName ? narrow.c_str() + slash + 1 : narrow.c_str();
-    void* handle = openCheckedImage(path, narrow, checked, error);
+    struct stat st;
+    if (asFullName && !holdsOwnFile(current || (moved && reachedAsNamed(folder)), checked, st)) {
+        if (moved) chdir(previous);
+        error = kNotItsFullName;
+        return nullptr;
+    }
+    void* handle = openCheckedImage(narrow, checked, error, asFullName ? &st : nullptr);
     if (remembered && moved) chdir(previous);
     return handle;
 }
+
+void* openImageInFolder(const std::u16string& path, int& error) { return openInFolder(path, error, false); }
+
+void* openImageAsFullName(const std::u16string& path, int& error) { return openInFolder(path, error, true); }
 
 void* mappedImage(const std::u16string& path) {
     if (path.empty()) return nullptr;

@@ -48,8 +48,10 @@ constexpr uint32_t kApiVersionHigh = 0x07E5;
 
 // The normal full path of `name`, the key of the module table; empty if there is none.
 std::u16string fullFileName(const char16_t* name) {
-    char16_t full[LUM_MAX_PATH];
-    return LumPathMaker::getFullFileName(name, full) ? std::u16string(full) : std::u16string();
+    // What LumPathMaker::getFullFileName gives, without its buffer: no name for a
+    // path that doesn't fit one.
+    std::u16string full = name && *name ? lumplatform::fullPathName(name) : std::u16string();
+    return full.size() < LUM_MAX_PATH ? full : std::u16string();
 }
 
 // Writes "krx <module> <event>" to the host's crash record.
@@ -273,21 +275,42 @@ bool KvRxDynamicLinkerImp::loadModule(const char16_t* fileName, bool verbose, bo
     if (!fileName || !*fileName) return false;
     std::u16string name, full;
     if (!kvrxResolveModuleName(fileName, name)) return false;
-    if (!kvdbHostApplicationServices()->isRemoteName(fileName)) {
-        // The search gives the full file name, which is the table key already.
-        name = lumplatform::searchFile(name);
-        if (name.empty()) return false;
-        if (name.size() < LUM_MAX_PATH) full = name;
-    } else {
-        full = fullFileName(name.c_str());
-    }
+    bool local = !kvdbHostApplicationServices()->isRemoteName(fileName);
     bool fresh = false;
-    KvRxDynLoadModuleProxy* proxy = openModule(name, full, verbose, asCommand, fresh);
+    KvRxDynLoadModuleProxy* proxy = nullptr;
+    if (local && openAsFullName(name, verbose, asCommand, proxy)) {
+        full = name;
+        fresh = proxy != nullptr;
+    } else {
+        if (local) {
+            // The search gives the full file name, which is the table key already.
+            name = lumplatform::searchFile(name);
+            if (name.empty()) return false;
+            if (name.size() < LUM_MAX_PATH) full = name;
+        } else {
+            full = fullFileName(name.c_str());
+        }
+        proxy = openModule(name, full, verbose, asCommand, fresh);
+    }
     if (!proxy) return asCommand && isModuleLoaded(name.c_str());
     if (!fresh) return true;  // loaded already: one more reference
     storeModule(full, proxy);
     DepthScope depth(loadDepth);
     return initModule(proxy, verbose);
+}
+
+// A local name that no module of the table holds, and that may be its own full name,
+// is opened as that straight away: the open makes sure of it on its way, which spares
+// the search. True if that decided the load (`proxy` the new proxy, or null if the
+// module can't be opened, its messages shown); false if the name has to go through the
+// search.
+bool KvRxDynamicLinkerImp::openAsFullName(const std::u16string& name, bool verbose, bool asCommand,
+                                          KvRxDynLoadModuleProxy*& proxy) {
+    proxy = nullptr;
+    if (name.size() >= LUM_MAX_PATH || name[0] != u'/' || m_index.find(name)) return false;
+    bool notFullName = false;
+    proxy = openImage(name, name, verbose, asCommand, &notFullName);
+    return !notFullName;
 }
 
 // The table's proxy of a loaded module with one more reference, or a new proxy of a
@@ -337,24 +360,30 @@ bool KvRxDynamicLinkerImp::mappedUnderFullName(void* mapped, const std::u16strin
     }
     // The loader keeps the name it was given; the full name made just before is its own
     // normal form.
-    if (path != full) {
-        std::u16string normal = fullFileName(path.c_str());
-        if (!normal.empty()) path = normal;
-    }
+    if (path == full) return true;
+    std::u16string normal = fullFileName(path.c_str());
+    if (!normal.empty()) path = normal;
     return LumCharOp::compareNoCase(path.c_str(), full.c_str()) == 0;
 }
 
 // A new proxy over the loaded image `name` with one reference, or null (and nothing
 // kept) if the image fails to load, lacks an entry point or has the wrong version. The
-// messages about the file itself name it by its full name `full`.
+// messages about the file itself name it by its full name `full`. With `notFullName`,
+// `full` is `name` as given and the image is opened only if that is its full name; if
+// it isn't, `*notFullName` is set and nothing is shown.
 KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& name,
                                                         const std::u16string& full, bool verbose,
-                                                        bool asCommand) {
+                                                        bool asCommand, bool* notFullName) {
     using namespace KvRxLinkerMessage;
     KvRxDynLoadModuleProxy* proxy = KvRxDynLoadModuleProxy::makeProxy(nullptr);
     proxy->setModuleName(name.c_str());
     const char16_t* text = name.c_str();
-    int error = proxy->loadImage();
+    int error = proxy->loadImage(notFullName != nullptr);
+    if (error == lumplatform::kNotItsFullName) {
+        *notFullName = true;
+        delete proxy;
+        return nullptr;
+    }
     if (error == 0 && !mappedUnderFullName(proxy->moduleHandle(), name, full, verbose)) {
         delete proxy;  // mapped before under another name: its reference goes back
         return nullptr;
@@ -380,7 +409,7 @@ KvRxDynLoadModuleProxy* KvRxDynamicLinkerImp::openImage(const std::u16string& na
     unsigned refusal = 0;
     if (!version)
         refusal = kNotAModule;
-    else if (!proxy->getProc("kvrxEntryPoint"))
+    else if (!proxy->entryPoint())
         refusal = kNoEntryPoint;
     else if (version(0) >> 16 != kApiVersionHigh)  // the low half is the module's own
         refusal = kWrongApiVersion;
@@ -546,10 +575,9 @@ void KvRxDynamicLinkerImp::flushPendingModules() {
         auto* proxy = KvRxDynLoadModuleProxy::cast(pendingDelete->removeHead());
         proxy->unloadImage();
         // Not in the table any more if a newer load of the module took its key over.
-        std::u16string key = m_index.keyOf(proxy);
-        if (!key.empty()) {
-            modules->remove(key.c_str());
-            m_index.remove(key, proxy);
+        if (const std::u16string* key = m_index.keyOf(proxy)) {
+            modules->remove(key->c_str());
+            m_index.remove(proxy);
         }
         if (proxy->heldByLoad())
             proxy->setFlushed();

@@ -109,8 +109,10 @@ private:
                                        bool verbose, bool asCommand, bool& fresh);
     bool mappedUnderFullName(void* mapped, const std::u16string& name, const std::u16string& full,
                              bool verbose);
+    bool openAsFullName(const std::u16string& name, bool verbose, bool asCommand,
+                        KvRxDynLoadModuleProxy*& proxy);
     KvRxDynLoadModuleProxy* openImage(const std::u16string& name, const std::u16string& full,
-                                      bool verbose, bool asCommand);
+                                      bool verbose, bool asCommand, bool* notFullName = nullptr);
     bool initModule(KvRxDynLoadModuleProxy* proxy, bool verbose);
     bool unloadProxy(KvRxDynLoadModuleProxy* proxy, bool asCommand, bool quitting);
     bool finishUnload(bool asCommand, KvRxDynLoadModuleProxy* proxy, bool quitting);

@@ -34,7 +34,7 @@ bool KvRxDynamicLinkerImp::sendMessageToProxy(KvRxDynLoadModuleProxy* proxy, KvR
     void* previousHandle = currentModuleHandle;
     RxKDSAppTableEntryType* previousKds = setCurKdsData(proxy->kdsAppData());
     currentModuleHandle = proxy->moduleHandle();
-    auto entry = reinterpret_cast<EntryPoint>(proxy->getProc("kvrxEntryPoint"));
+    auto entry = reinterpret_cast<EntryPoint>(proxy->entryPoint());
     if (!entry) {
         currentModuleHandle = previousHandle;
         setCurKdsData(previousKds);

@@ -18,11 +18,11 @@ KvRxDynLoadModuleProxy* KvRxDynLoadModuleProxy::makeProxy(void* handle) {
 }
 
 KvRxDynLoadModuleProxy::KvRxDynLoadModuleProxy(void* handle)
-    : m_kdsData(nullptr), m_dependencyNode(nullptr), m_moduleHandle(handle),
+    : m_kdsData(nullptr), m_dependencyNode(nullptr), m_moduleHandle(handle), m_entryPoint(nullptr),
       m_moduleName(nullptr), m_appName(nullptr), m_loadReason(KvoreApp::kDisabled),
       m_refCount(0), m_locked(true), m_inMessage(false), m_mdiAware(false), m_ownsImage(false),
       m_nestedLoad(false), m_loadOrigin(0), m_initialising(false), m_goingOut(false),
-      m_heldByLoad(false), m_flushed(false) {}
+      m_heldByLoad(false), m_flushed(false), m_mayOwnClasses(false) {}
 
 KvRxDynLoadModuleProxy::~KvRxDynLoadModuleProxy() {
     unloadImage();
@@ -52,11 +52,12 @@ KvRx::Ordering KvRxDynLoadModuleProxy::comparedTo(const KvRxObject* other) const
     return mine == theirs ? KvRx::kEqual : KvRx::kGreaterThan;
 }
 
-int KvRxDynLoadModuleProxy::loadImage() {
+int KvRxDynLoadModuleProxy::loadImage(bool asFullName) {
     if (m_moduleHandle) return 0;
     if (!m_moduleName || !*m_moduleName) return -1;
     int error = 0;
-    m_moduleHandle = lumplatform::openImageInFolder(m_moduleName, error);
+    m_moduleHandle = asFullName ? lumplatform::openImageAsFullName(m_moduleName, error)
+                                : lumplatform::openImageInFolder(m_moduleName, error);
     m_ownsImage = m_moduleHandle != nullptr;
     return error;
 }
@@ -65,6 +66,7 @@ void KvRxDynLoadModuleProxy::unloadImage() {
     if (!m_ownsImage || !m_moduleHandle) return;
     lumplatform::closeLibrary(m_moduleHandle);
     m_moduleHandle = nullptr;
+    m_entryPoint = nullptr;
     m_ownsImage = false;
 }
 
@@ -92,6 +94,11 @@ void* KvRxDynLoadModuleProxy::getProc(const char* symbol) const {
     // Shared objects have no export ordinals: a symbol that is one finds nothing.
     if (!m_moduleHandle || reinterpret_cast<uintptr_t>(symbol) <= 0xFFFF) return nullptr;
     return lumplatform::librarySymbol(m_moduleHandle, symbol);
+}
+
+void* KvRxDynLoadModuleProxy::entryPoint() const {
+    if (!m_entryPoint) m_entryPoint = getProc("kvrxEntryPoint");
+    return m_entryPoint;
 }
 
 bool KvRxDynLoadModuleProxy::sendMessageToApp(KvRx::AppMsgCode code, void* packet) {

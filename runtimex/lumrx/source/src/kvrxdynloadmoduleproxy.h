@@ -90,11 +90,17 @@ public:
     void setHeldByLoad(bool value) { m_heldByLoad = value; }
     bool flushed() const { return m_flushed; }
     void setFlushed() { m_flushed = true; }
+    // Set when a class takes the module as its owner; while it is clear no class names
+    // the module, and the unload has no class to take back.
+    bool mayOwnClasses() const { return m_mayOwnClasses; }
+    void setMayOwnClasses() { m_mayOwnClasses = true; }
 
     // Loads the image named by moduleName with the module's directory current for the
     // call. 0 on success or if an image is there already, -1 without a name, else the
-    // loader's error (126 missing, 193 not loadable).
-    int loadImage();
+    // loader's error (126 missing, 193 not loadable). With `asFullName`, only if
+    // moduleName is the file's own full name; else nothing is loaded and the result is
+    // lumplatform::kNotItsFullName.
+    int loadImage(bool asFullName = false);
     // Releases the image if loadImage loaded it.
     void unloadImage();
     // The module's record, made on first use.
@@ -102,6 +108,8 @@ public:
 
     // The module's export, null without an image.
     void* getProc(const char* symbol) const;
+    // The export "kvrxEntryPoint", looked up once per image; null without one.
+    void* entryPoint() const;
     // Delivers a message through the linker; false if it fails or throws.
     bool sendMessageToApp(KvRx::AppMsgCode code, void* packet);
 
@@ -111,6 +119,9 @@ private:
     mutable RxKDSAppTableEntryType* m_kdsData;
     KvRxDependencyNode* m_dependencyNode;
     void* m_moduleHandle;
+    // The entry point of the image `m_moduleHandle` once found, else null: cleared
+    // whenever the handle goes, so it always belongs to the image held.
+    mutable void* m_entryPoint;
     char16_t* m_moduleName;
     char16_t* m_appName;
     KvoreApp::LoadReasons m_loadReason;  // 16 until a record says otherwise
@@ -125,4 +136,5 @@ private:
     bool m_goingOut;
     bool m_heldByLoad;
     bool m_flushed;
+    bool m_mayOwnClasses;
 };

@@ -2,6 +2,8 @@
 
 #include "lumplatform/text.h"
 
+#include <cstdint>
+
 namespace {
 
 size_t gHeld = 0;  // proxies held by all indexes alive
@@ -14,37 +16,52 @@ bool KvRxModuleIndex::anyHeld() { return gHeld != 0; }
 
 void KvRxModuleIndex::counted(size_t before) const { gHeld = gHeld - before + m_keys.size(); }
 
-std::u16string KvRxModuleIndex::folded(const std::u16string& key) {
-    std::u16string out(key);
-    for (char16_t& c : out)
-        c = c < 0x80 ? (c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c) : lumplatform::foldCaseUnit(c);
-    return out;
+namespace {
+
+char16_t folded(char16_t c) {
+    return c < 0x80 ? (c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c) : lumplatform::foldCaseUnit(c);
+}
+
+}  // namespace
+
+size_t KvRxModuleIndex::FoldedHash::operator()(const std::u16string& key) const {
+    uint64_t hash = 0xCBF29CE484222325ull;
+    for (char16_t c : key) hash = (hash ^ folded(c)) * 0x100000001B3ull;
+    return size_t(hash);
+}
+
+bool KvRxModuleIndex::FoldedEqual::operator()(const std::u16string& a, const std::u16string& b) const {
+    if (a.size() != b.size()) return false;
+    for (size_t i = 0; i < a.size(); ++i)
+        if (a[i] != b[i] && folded(a[i]) != folded(b[i])) return false;
+    return true;
 }
 
 void KvRxModuleIndex::put(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
     size_t before = m_keys.size();
-    KvRxDynLoadModuleProxy*& slot = m_byKey[folded(key)];
+    KvRxDynLoadModuleProxy*& slot = m_byKey[key];
     if (slot) m_keys.erase(slot);
     slot = proxy;
     m_keys[proxy] = key;
     counted(before);
 }
 
-void KvRxModuleIndex::remove(const std::u16string& key, KvRxDynLoadModuleProxy* proxy) {
-    auto at = m_byKey.find(folded(key));
-    if (at == m_byKey.end() || at->second != proxy) return;
-    m_byKey.erase(at);
+void KvRxModuleIndex::remove(const KvRxDynLoadModuleProxy* proxy) {
+    auto key = m_keys.find(proxy);
+    if (key == m_keys.end()) return;
+    auto at = m_byKey.find(key->second);
+    if (at != m_byKey.end() && at->second == proxy) m_byKey.erase(at);
     size_t before = m_keys.size();
-    m_keys.erase(proxy);
+    m_keys.erase(key);
     counted(before);
 }
 
 KvRxDynLoadModuleProxy* KvRxModuleIndex::find(const std::u16string& key) const {
-    auto at = m_byKey.find(folded(key));
+    auto at = m_byKey.find(key);
     return at == m_byKey.end() ? nullptr : at->second;
 }
 
-std::u16string KvRxModuleIndex::keyOf(const KvRxDynLoadModuleProxy* proxy) const {
+const std::u16string* KvRxModuleIndex::keyOf(const KvRxDynLoadModuleProxy* proxy) const {
     auto at = m_keys.find(proxy);
-    return at == m_keys.end() ? std::u16string() : at->second;
+    return at == m_keys.end() ? nullptr : &at->second;
 }

@@ -28,8 +28,8 @@ public:
 
     // `proxy` is stored under `key`; a proxy held under that key before leaves.
     void put(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
-    // The entry under `key` goes, if it is `proxy`.
-    void remove(const std::u16string& key, KvRxDynLoadModuleProxy* proxy);
+    // `proxy` leaves, and its key with it unless a newer proxy holds that key now.
+    void remove(const KvRxDynLoadModuleProxy* proxy);
     KvRxDynLoadModuleProxy* find(const std::u16string& key) const;
     // Compares only: `proxy` may name an object that is gone.
     bool holds(const KvRxDynLoadModuleProxy* proxy) const { return m_keys.count(proxy) != 0; }
@@ -37,14 +37,22 @@ public:
     bool empty() const { return m_keys.empty(); }
     // True when some index, of any linker, holds a proxy.
     static bool anyHeld();
-    // The key `proxy` is stored under; empty if it isn't in the table.
-    std::u16string keyOf(const KvRxDynLoadModuleProxy* proxy) const;
+    // The key `proxy` is stored under; null if it isn't in the table. Valid until the
+    // next change of the index.
+    const std::u16string* keyOf(const KvRxDynLoadModuleProxy* proxy) const;
 
 private:
-    static std::u16string folded(const std::u16string& key);
+    // Hash and equality of keys folded unit by unit, so that a look-up needs no folded
+    // copy of its key.
+    struct FoldedHash {
+        size_t operator()(const std::u16string& key) const;
+    };
+    struct FoldedEqual {
+        bool operator()(const std::u16string& a, const std::u16string& b) const;
+    };
     // Moves the count of all indexes by the change of this one's since `before`.
     void counted(size_t before) const;
 
-    std::unordered_map<std::u16string, KvRxDynLoadModuleProxy*> m_byKey;  // folded key
+    std::unordered_map<std::u16string, KvRxDynLoadModuleProxy*, FoldedHash, FoldedEqual> m_byKey;
     std::unordered_map<const KvRxDynLoadModuleProxy*, std::u16string> m_keys;  // as stored
 };

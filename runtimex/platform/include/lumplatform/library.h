@@ -9,6 +9,8 @@ namespace lumplatform {
 // applies); a name ending in ".dll" is taken as the same name ending in ".so".
 // Null if it can't be opened.
 void* openLibrary(const std::u16string& name);
+// As openLibrary, for a name in UTF-8.
+void* openLibraryUtf8(const std::string& name);
 // Opens the library `name` (named as for openLibrary) from the folder of the loaded
 // object that holds `anchor`, else as openLibrary does.
 void* openLibraryBeside(const void* anchor, const std::u16string& name);

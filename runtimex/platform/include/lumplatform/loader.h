@@ -10,6 +10,7 @@ namespace lumplatform {
 
 constexpr int kImageMissing = 126;   // the file or one of its dependencies is missing
 constexpr int kImageNotLoadable = 193;  // the file is no loadable image for this process
+constexpr int kNotItsFullName = -2;  // the name is not the file's own full name
 
 // Opens the image at `path` and runs its static initialisers. On failure the result is
 // null and `error` is kImageMissing or kImageNotLoadable; on success `error` is 0.
@@ -20,6 +21,12 @@ void* openImage(const std::u16string& path, int& error);
 // outcome. A current directory that can't be read is not set back. Any other name is
 // opened as openImage does.
 void* openImageInFolder(const std::u16string& path, int& error);
+// As openImageInFolder, for a `path` taken to be the image's own full name (what
+// fullPathName would give): the image is opened only if `path` is absolute and normal,
+// the current directory can be read, the folder is reached without links and the file
+// is a regular file, no link, under its name there. Else nothing is opened, the
+// current directory is as it was and `error` is kNotItsFullName.
+void* openImageAsFullName(const std::u16string& path, int& error);
 // True if openImage would hand the file at `path` to the system: an ELF shared object of
 // this process's format whose mapped segments lie inside the file.
 bool isLoadableImage(const std::u16string& path);

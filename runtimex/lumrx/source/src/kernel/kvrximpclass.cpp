@@ -112,8 +112,13 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
     if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
-    impl->m_module = initialisingModule();
+    impl->setModule(initialisingModule());
     return rxClass;
+}
+
+void KvRxClassState::setModule(KvRxDynLoadModuleProxy* module) {
+    m_module = module;
+    if (module) module->setMayOwnClasses();
 }
 
 KvRxClassState::~KvRxClassState() {
@@ -353,7 +358,7 @@ void KvRxClassState::leaveProtocolMaps() {
 
 void KvRxClassState::disownClassesOf(const KvRxDynLoadModuleProxy* module) {
     KvRxDictionary* classes = classDictionary();
-    if (!classes) return;
+    if (!classes || (module && !module->mayOwnClasses())) return;
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
     for (; !it->done(); it->next()) {
         KvRxClassState* state = of(kvrxClassValue(it->object()));

@@ -117,7 +117,7 @@ public:
     static void disownClassesOf(const KvRxDynLoadModuleProxy* module);
 
     KvRxDynLoadModuleProxy* module() const { return m_module; }
-    void setModule(KvRxDynLoadModuleProxy* module) { m_module = module; }
+    void setModule(KvRxDynLoadModuleProxy* module);
     bool isPending() const { return m_parentName != nullptr; }
     const KvRxClassAncestry& ancestry() const { return m_ancestry; }
     // The overrule family that the class's own name stands for (0 to 11), or
