@@ -241,11 +241,17 @@ KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
     return slot < 0 ? nullptr : removeSlot(slot, hash);
 }
 
-bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value) {
+bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value, unsigned int idHint) {
     if (!key || !*key) return false;
     uint32_t hash;
-    int slot = keyIndex.find(entries.data, key, hash);
-    if (slot < 0 || entries.data[slot].value != value) return false;
+    int slot = liveSlot(idHint);
+    if (slot >= 0 && entries.data[slot].value == value && keyIndex.keysUnique() &&
+        keyIndex.sameText(entries.data[slot].key, key, int32_t(LumCharOp::length(key)))) {
+        hash = keyIndex.hashOfSlot(entries.data, slot);
+    } else {
+        slot = keyIndex.find(entries.data, key, hash);
+        if (slot < 0 || entries.data[slot].value != value) return false;
+    }
     // Taken out first: a dictionary that owns its values would delete this one.
     entries.data[slot].value = nullptr;
     removeSlot(slot, hash);

@@ -59,8 +59,10 @@ public:
     bool isSorted() const override { return sortedIndex != nullptr; }
 
     // Takes out the entry of `key` if its value is `value`; false, and nothing changes,
-    // otherwise. The value isn't deleted.
-    bool removeIfHolds(const char16_t* key, const KvRxObject* value);
+    // otherwise. The value isn't deleted. `idHint` is the id the entry was given: when
+    // that slot holds `value` under `key` and no key is held twice, it is the slot a
+    // look-up would find, and the text isn't looked up.
+    bool removeIfHolds(const char16_t* key, const KvRxObject* value, unsigned int idHint = 0);
     // Empties the dictionary; values are deleted if it owns them or `deleteValues`.
     void clear(bool deleteValues);
 

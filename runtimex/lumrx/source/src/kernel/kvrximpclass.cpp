@@ -41,9 +41,11 @@ KvRxObject* nullPseudoConstructor() { return nullptr; }
 
 }  // namespace
 
-KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor)
-    : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
-      m_rxClass(rxClass) {}
+KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor,
+                               bool inClassBlock)
+    : m_rxClass(rxClass),
+      m_inClassBlock(inClassBlock),
+      m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor) {}
 
 size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
     const char16_t* names[] = {r.name, r.parentName, r.dxfName, r.appName};
@@ -75,19 +77,19 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     KvRxDictionary* classes = g ? g->classDictionary : nullptr;
     if (!r.name || !*r.name || !classes) return nullptr;
 
+    // The state and its names in one block, headed by the class when it is made here.
+    static_assert(sizeof(KvRxClass) % alignof(KvRxClassState) == 0, "the state follows the class");
     bool made = rxClass == nullptr;
-    if (made) rxClass = new KvRxClass();
-    // The state and its names in one block.
+    size_t classBytes = made ? sizeof(KvRxClass) : 0;
     NameUnits units;
-    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r, units));
-    KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl) impl->placeNames(r, units);
-    if (impl && !impl->m_ancestry.makeTop(rxClass)) {
-        delete impl;
-        impl = nullptr;
-    }
-    if (!impl) {
-        if (made) delete rxClass;
+    auto* block = static_cast<char*>(_lumMalloc(classBytes + sizeof(KvRxClassState) + namesBytes(r, units)));
+    if (!block) return nullptr;
+    if (made) rxClass = ::new (block) KvRxClass();
+    auto* impl = ::new (block + classBytes) KvRxClassState(rxClass, r.pseudoConstructor, made);
+    rxClass->m_impl = impl;
+    impl->placeNames(r, units);
+    if (!impl->m_ancestry.makeTop(rxClass)) {
+        dropNew(rxClass, made);
         return nullptr;
     }
     impl->m_version = r.version;
@@ -97,23 +99,47 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     impl->m_appNameCallback = r.appNameCallback;
     impl->m_memberBuilder = r.memberBuilder;
     impl->m_memberBuilderData = r.memberBuilderData;
-    rxClass->m_impl = impl;
 
     unsigned id = 0;
     if (KvRxObject* taken = classes->atPut(r.name, rxClass, id)) {
         // The name belongs to another class: give it back its entry, drop the new one.
         classes->atPut(r.name, taken, id);
-        if (made) {
-            delete rxClass;
-        } else {
-            rxClass->m_impl = nullptr;
-            delete impl;
-        }
+        dropNew(rxClass, made);
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
+    impl->m_id = id;
     if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
     impl->m_module = initialisingModule();
     return rxClass;
+}
+
+void KvRxClassState::dropNew(KvRxClass* rxClass, bool made) {
+    if (made) {
+        deleteClass(rxClass);
+        return;
+    }
+    KvRxImpClass* impl = rxClass->m_impl;
+    rxClass->m_impl = nullptr;
+    delete impl;
+}
+
+void KvRxClassState::destroy(KvRxImpClass* impl) {
+    if (!impl) return;
+    if (static_cast<KvRxClassState*>(impl)->m_inClassBlock)
+        impl->~KvRxImpClass();
+    else
+        delete impl;
+}
+
+void KvRxClassState::deleteClass(KvRxClass* aClass) {
+    KvRxClassState* state = of(aClass);
+    if (state && state->m_inClassBlock) {
+        // The class heads the block: its destructor leaves the block to this free.
+        aClass->~KvRxClass();
+        _lumFree(aClass);
+        return;
+    }
+    delete aClass;
 }
 
 KvRxClassState::~KvRxClassState() {
@@ -401,14 +427,14 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
         auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
-        if (classes && classes->removeIfHolds(aClass->name(), aClass)) {
+        if (classes && classes->removeIfHolds(aClass->name(), aClass, of(aClass)->m_id)) {
             if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
         }
         if (gCheckOrder) {
             of(aClass)->checkedDetach();
             if (of(aClass)->m_usedAsProtocol) of(aClass)->leaveProtocolMaps();
         }
-        delete aClass;
+        deleteClass(aClass);
         return;
     } catch (LumException* e) {
         recordFault(unsigned(e->code()), e, kFaultText, __LINE__);

@@ -1,7 +1,9 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
 // Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
-// of the four names, freed with the state. Owns: its context-menu array (not the
+// of the four names, freed with the state. A class that registration makes itself (not
+// one derived from KvRxClass) heads the same block: the class, its state and the names
+// are one allocation, freed when the class is deleted (deleteClass). Owns: its context-menu array (not the
 // objects or menus in it), its protocol-extension map (not the protocol classes or the
 // extension objects) and the nodes of its twelve overrule lists (not the overrules).
 // `parent`, `module` and the classes of the children list aren't owned.
@@ -62,6 +64,12 @@ public:
     }
 
     ~KvRxClassState() override;
+    // What KvRxClass's destructor does with its state: destroys it, and frees its block
+    // unless the class heads the block. Null does nothing.
+    static void destroy(KvRxImpClass* impl);
+    // Deletes a registered class: frees the block it shares with its state, or deletes
+    // a class made by its module as its own type.
+    static void deleteClass(KvRxClass* aClass);
     // Attaches `object` for `protocolClass` here and copies it down to every class
     // below that still holds what this class held; gives what this class held. A null
     // `object` brings back the parent's extension. Null for a null protocol class.
@@ -136,7 +144,10 @@ private:
         const void* menu;
     };
 
-    KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
+    KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor, bool inClassBlock);
+    // Drops a class whose registration failed before it was entered: the new state, and
+    // the class too if `made`.
+    static void dropNew(KvRxClass* rxClass, bool made);
     // Units of each of the four names, its closing zero counted; 0 for a missing one.
     using NameUnits = size_t[4];
     // The bytes of the names that follow the state in its block; counts `units`.
@@ -168,6 +179,26 @@ private:
     const char16_t* moduleNameForRecord() const;
     int findContextMenu(const KvRxObject* object) const;
 
+    // Read by the destruction walk, together at the front of the block.
+    KvRxClass* m_rxClass;
+    // In the state's own block; the parent name is dropped once linked.
+    const char16_t* m_className = nullptr;
+    const char16_t* m_parentName = nullptr;
+    KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
+    LumVector<ContextMenu>* m_contextMenus = nullptr;
+    // The id the class dictionary gave the class's entry at registration.
+    unsigned m_id = 0;
+    // Set when the class joins the doomed list; it stays set until the class goes,
+    // since a class that a walk couldn't destroy is queued again without doom().
+    bool m_doomed = false;
+    // The class heads the state's block.
+    bool m_inClassBlock;
+    bool m_usedAsProtocol = false;
+    // -1 until nameFamily is first asked; the name never changes.
+    mutable signed char m_nameFamily = -1;
+    KvRxClassAncestry m_ancestry;
+    KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
+
     KvRxClass* m_parent = nullptr;
     KvRxClassState* m_firstChild = nullptr;
     KvRxClassState* m_lastChild = nullptr;
@@ -177,26 +208,12 @@ private:
     KvRxPseudoConstructor m_pseudoConstructor;
     KvRxAppNameCallback m_appNameCallback = nullptr;
     KvRxMemberBuilder m_memberBuilder = nullptr;
-    KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
-    KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
-    // In the state's own block; the parent name is dropped once linked.
-    const char16_t* m_parentName = nullptr;
-    const char16_t* m_className = nullptr;
+    void* m_memberBuilderData = nullptr;
     const char16_t* m_dxfName = nullptr;
     const char16_t* m_appName = nullptr;
     unsigned m_namesBytes = 0;
-    void* m_memberBuilderData = nullptr;
-    KvRxClass* m_rxClass;
     int m_version = 0;
     int m_maintenanceVersion = 0;
-    bool m_usedAsProtocol = false;
-    // Set when the class joins the doomed list; it stays set until the class goes,
-    // since a class that a walk couldn't destroy is queued again without doom().
-    bool m_doomed = false;
     int m_proxyFlags = 0;
     unsigned int m_feature = 0;
-    LumVector<ContextMenu>* m_contextMenus = nullptr;
-    KvRxClassAncestry m_ancestry;
-    // -1 until nameFamily is first asked; the name never changes.
-    mutable signed char m_nameFamily = -1;
 };
