@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -19,6 +20,12 @@ KvArray<KvRxClass*> gDoomedClasses;
 KvArray<KvRxClass*> gAbandonedClasses;
 // Read by destruction; false only during the final walk of shut-down.
 bool gCheckOrder = true;
+// With the order checks off, destroying a class that registration made runs no code
+// but the runtime's: nothing can look at the class dictionary until a class of another
+// kind goes or the walk ends. Such classes leave the dictionary together then; these
+// are the ids of their entries, in the order the classes went. Room for the whole walk
+// is taken before it starts, or the classes leave one by one.
+std::vector<unsigned> gLeavingIds;
 // The classes linked since the lines were last settled, in the order they linked.
 KvArray<KvRxClassState*> gLinkedInPass;
 
@@ -414,21 +421,43 @@ void KvRxClassState::doomAbandonedClasses() {
 void KvRxClassState::destroyDoomedRxClasses(bool checkOrder) {
     bool saved = gCheckOrder;
     gCheckOrder = checkOrder;
+    if (!checkOrder) {
+        try {
+            gLeavingIds.reserve(size_t(gDoomedClasses.length()));
+        } catch (const std::bad_alloc&) {
+        }
+    }
     for (int i = 0; i < gDoomedClasses.length(); ++i) destroyGuarded(gDoomedClasses[i]);
+    takeOutLeaving();
     gDoomedClasses.removeAll();
     gCheckOrder = saved;
+}
+
+void KvRxClassState::takeOutLeaving() {
+    if (gLeavingIds.empty()) return;
+    auto* classes = static_cast<KvRxDictionaryImp*>(classDictionary());
+    classes->takeOut(gLeavingIds.data(), gLeavingIds.size());
+    gLeavingIds.clear();
 }
 
 void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
     static const char16_t kFaultText[] =
         u"Exception(SE) has happend in destroyDoomedRxClasses function.";
     try {
+        KvRxClassState* state = of(aClass);
+        bool quiet = !gCheckOrder && state->m_inClassBlock && gLeavingIds.size() < gLeavingIds.capacity();
+        if (!quiet) takeOutLeaving();
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
         auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
-        if (classes && classes->removeIfHolds(aClass->name(), aClass, of(aClass)->m_id)) {
-            if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
+        unsigned id = classes ? classes->idHolding(aClass->name(), aClass, state->m_id) : 0;
+        if (id) {
+            if (state->m_parentName) g->pendingClasses.remove(aClass);
+            if (quiet)
+                gLeavingIds.push_back(id);
+            else
+                classes->takeOut(&id, 1);
         }
         if (gCheckOrder) {
             of(aClass)->checkedDetach();

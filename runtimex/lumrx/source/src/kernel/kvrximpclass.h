@@ -175,6 +175,8 @@ private:
     void appendChild(KvRxClassState* child);
     void removeChild(KvRxClassState* child);
     static void destroyGuarded(KvRxClass* aClass);
+    // The classes whose entries wait to leave the class dictionary leave it.
+    static void takeOutLeaving();
     static void recordFault(unsigned code, const void* data, const char16_t* text, int line);
     const char16_t* moduleNameForRecord() const;
     int findContextMenu(const KvRxObject* object) const;
