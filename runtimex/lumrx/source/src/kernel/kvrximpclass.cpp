@@ -182,7 +182,8 @@ KvRxObject* KvRxClassState::getX(const KvRxClass* protocolClass) { return queryX
 KvRxObject* KvRxClassState::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
 
 unsigned long KvRxClassState::footprint() const {
-    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes();
+    unsigned long heads = m_overruleHeads ? kOverruleFamilyCount * sizeof(KvRxOverruleNode*) : 0;
+    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes() + heads;
 }
 
 void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
@@ -209,13 +210,15 @@ void KvRxClassState::inheritFrom(const KvRxClassState* parent) {
         for (const auto& entry : parent->m_peMap->nodes())
             copyDown(static_cast<const KvRxClass*>(entry.first), entry.second, entry.second);
     }
+    if (!parent->m_overruleHeads) return;
     for (int family = 0; family < kOverruleFamilyCount; ++family) {
-        if (parent->m_overruleHeads[family] && !m_overruleHeads[family])
+        if (parent->m_overruleHeads[family] && !overruleList(family))
             addOverruleNode(family, parent->m_overruleHeads[family]->overrule, false);
     }
 }
 
 void KvRxClassState::addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd) {
+    if (!m_overruleHeads) m_overruleHeads = new KvRxOverruleNode*[kOverruleFamilyCount]();
     KvRxOverruleNode** link = &m_overruleHeads[family];
     if (atEnd)
         while (*link) link = &(*link)->next;
@@ -223,6 +226,7 @@ void KvRxClassState::addOverruleNode(int family, KvRxOverrule* overrule, bool at
 }
 
 bool KvRxClassState::removeOverruleNode(int family, KvRxOverrule* overrule) {
+    if (!m_overruleHeads) return false;
     for (KvRxOverruleNode** link = &m_overruleHeads[family]; *link; link = &(*link)->next) {
         if ((*link)->overrule == overrule) {
             KvRxOverruleNode* gone = *link;
@@ -235,12 +239,15 @@ bool KvRxClassState::removeOverruleNode(int family, KvRxOverrule* overrule) {
 }
 
 void KvRxClassState::freeOverruleNodes() {
-    for (KvRxOverruleNode*& head : m_overruleHeads) {
-        while (KvRxOverruleNode* gone = head) {
-            head = gone->next;
+    if (!m_overruleHeads) return;
+    for (int family = 0; family < kOverruleFamilyCount; ++family) {
+        while (KvRxOverruleNode* gone = m_overruleHeads[family]) {
+            m_overruleHeads[family] = gone->next;
             delete gone;
         }
     }
+    delete[] m_overruleHeads;
+    m_overruleHeads = nullptr;
 }
 
 KvRxObject* KvRxClassState::create() { return m_pseudoConstructor(); }

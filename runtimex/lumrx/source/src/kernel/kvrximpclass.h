@@ -5,7 +5,8 @@
 // one derived from KvRxClass) heads the same block: the class, its state and the names
 // are one allocation, freed when the class is deleted (deleteClass). Owns: its context-menu array (not the
 // objects or menus in it), its protocol-extension map (not the protocol classes or the
-// extension objects) and the nodes of its twelve overrule lists (not the overrules).
+// extension objects), the array of the heads of its twelve overrule lists (made with
+// its first node; most classes never hold one) and their nodes (not the overrules).
 // `parent`, `module` and the classes of the children list aren't owned.
 //
 // Invariants: `parentName` is non-null exactly while the class waits to be linked
@@ -133,8 +134,10 @@ public:
         return m_nameFamily;
     }
     // The first node of the class's list of `family`; null if the list is empty.
-    KvRxOverruleNode* overruleList(int family) const { return m_overruleHeads[family]; }
-    // Bytes the class takes, its name texts and its ancestry included.
+    KvRxOverruleNode* overruleList(int family) const {
+        return m_overruleHeads ? m_overruleHeads[family] : nullptr;
+    }
+    // Bytes the class takes, its name texts, its ancestry and its overrule heads included.
     unsigned long footprint() const;
 
 private:
@@ -199,7 +202,7 @@ private:
     // -1 until nameFamily is first asked; the name never changes.
     mutable signed char m_nameFamily = -1;
     KvRxClassAncestry m_ancestry;
-    KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
+    KvRxOverruleNode** m_overruleHeads = nullptr;  // kOverruleFamilyCount of them, or null
 
     KvRxClass* m_parent = nullptr;
     KvRxClassState* m_firstChild = nullptr;
