@@ -50,8 +50,9 @@ void KvRxDictionaryImp::reserve(int n) {
     if (n <= entries.capacity) return;
     auto* data = static_cast<Entry*>(_lumMalloc(sizeof(Entry) * size_t(n)));
     if (!data) throw std::bad_alloc();
-    std::memset(static_cast<void*>(data), 0, sizeof(Entry) * size_t(n));
-    if (entries.length) std::memcpy(static_cast<void*>(data), entries.data, sizeof(Entry) * size_t(entries.length));
+    size_t kept = size_t(entries.length);
+    if (kept) std::memcpy(static_cast<void*>(data), entries.data, sizeof(Entry) * kept);
+    std::memset(static_cast<void*>(data + kept), 0, sizeof(Entry) * (size_t(n) - kept));
     _lumFree(entries.data);
     entries.data = data;
     entries.capacity = n;
