@@ -168,7 +168,30 @@ TEST_F(ClassTree, RegistrationStoresWhatItIsGiven) {
     EXPECT_EQ(c->members(), nullptr);
     EXPECT_EQ(c->descendants(), nullptr);
     EXPECT_EQ(kvrxQueueClassForInitialization(c), 0);
+
+    // Without any of the values most classes leave unset, and with one of them alone:
+    // the names stay whole and the unset values read as 0 or null.
+    KvRxClass* plain = newKvRxClass(u"TestPlainDxf", u"OvRxObject", 0, nullptr, u"PLAINDXF");
+    KvRxClass* featured = newKvRxClassWithFeature(u"TestFeatureOnly", u"OvRxObject", 9u, 0, nullptr,
+                                                  nullptr, u"FeatureApp");
+    for (KvRxClass* k : {plain, featured}) {
+        ASSERT_NE(k, nullptr);
+        version = maintenance = -1;
+        k->getClassVersion(version, maintenance);
+        EXPECT_EQ(version, 0);
+        EXPECT_EQ(maintenance, 0);
+        EXPECT_EQ(k->proxyFlags(), 0);
+        EXPECT_EQ(k->appNameCallbackPtr(), nullptr);
+    }
+    EXPECT_EQ(utf8(plain->name()), "TestPlainDxf");
+    EXPECT_EQ(utf8(plain->dxfName()), "PLAINDXF");
+    EXPECT_EQ(plain->appName(), nullptr);
+    EXPECT_EQ(utf8(featured->name()), "TestFeatureOnly");
+    EXPECT_EQ(featured->dxfName(), nullptr);
+    EXPECT_EQ(utf8(featured->appName()), "FeatureApp");
     kvrxBuildClassHierarchy();
+    EXPECT_EQ(plain->myParent(), KvRxObject::desc());
+    EXPECT_EQ(featured->myParent(), KvRxObject::desc());
 }
 
 TEST_F(ClassTree, MissingParentIsRecordedAndFatalUntilItComes) {

@@ -64,19 +64,34 @@ size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
     return total * sizeof(char16_t);
 }
 
-void KvRxClassState::placeNames(const Registration& r, const NameUnits& units) {
-    auto* next = reinterpret_cast<char16_t*>(this + 1);
-    auto place = [&next](const char16_t* text, size_t n) -> const char16_t* {
-        if (!text) return nullptr;
-        char16_t* copy = LumCharOp::copy(next, text, unsigned(n));
-        next += n;
-        return copy;
+bool KvRxClassState::setsRare(const Registration& r) {
+    return r.appNameCallback || r.memberBuilder || r.memberBuilderData || r.version ||
+           r.maintenanceVersion || r.proxyFlags || r.feature;
+}
+
+void KvRxClassState::placeTail(const Registration& r, const NameUnits& units, bool rare) {
+    char* tail = reinterpret_cast<char*>(this + 1);
+    if (rare) {
+        m_rare = ::new (tail) Rare{r.appNameCallback, r.memberBuilder, r.memberBuilderData, r.version,
+                                   r.maintenanceVersion, r.proxyFlags, r.feature};
+        tail += sizeof(Rare);
+    }
+    auto* names = reinterpret_cast<char16_t*>(tail);
+    unsigned next = 0;
+    auto place = [names, &next](const char16_t* text, size_t n) -> unsigned {
+        if (!text) return 0;
+        LumCharOp::copy(names + next, text, unsigned(n));
+        unsigned at = next;
+        next += unsigned(n);
+        return at;
     };
-    m_className = place(r.name, units[0]);
-    m_parentName = place(r.parentName, units[1]);
-    m_dxfName = place(r.dxfName, units[2]);
-    m_appName = place(r.appName, units[3]);
-    m_namesBytes = unsigned(reinterpret_cast<char*>(next) - reinterpret_cast<char*>(this + 1));
+    m_className = names;
+    place(r.name, units[0]);
+    // Each of the others lies behind the class name and its closing zero: never at 0.
+    m_parentAt = place(r.parentName, units[1]);
+    m_dxfAt = place(r.dxfName, units[2]);
+    m_appAt = place(r.appName, units[3]);
+    m_namesBytes = unsigned(next * sizeof(char16_t));
 }
 
 KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxClass) {
@@ -88,24 +103,20 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     static_assert(sizeof(KvRxClass) % alignof(KvRxClassState) == 0, "the state follows the class");
     bool made = rxClass == nullptr;
     size_t classBytes = made ? sizeof(KvRxClass) : 0;
+    static_assert(sizeof(KvRxClassState) % alignof(Rare) == 0, "the rare values follow the state");
+    bool rare = setsRare(r);
     NameUnits units;
-    auto* block = static_cast<char*>(_lumMalloc(classBytes + sizeof(KvRxClassState) + namesBytes(r, units)));
+    size_t tailBytes = (rare ? sizeof(Rare) : 0) + namesBytes(r, units);
+    auto* block = static_cast<char*>(_lumMalloc(classBytes + sizeof(KvRxClassState) + tailBytes));
     if (!block) return nullptr;
     if (made) rxClass = ::new (block) KvRxClass();
     auto* impl = ::new (block + classBytes) KvRxClassState(rxClass, r.pseudoConstructor, made);
     rxClass->m_impl = impl;
-    impl->placeNames(r, units);
+    impl->placeTail(r, units, rare);
     if (!impl->m_ancestry.makeTop(rxClass)) {
         dropNew(rxClass, made);
         return nullptr;
     }
-    impl->m_version = r.version;
-    impl->m_maintenanceVersion = r.maintenanceVersion;
-    impl->m_proxyFlags = r.proxyFlags;
-    impl->m_feature = r.feature;
-    impl->m_appNameCallback = r.appNameCallback;
-    impl->m_memberBuilder = r.memberBuilder;
-    impl->m_memberBuilderData = r.memberBuilderData;
 
     unsigned id = 0;
     if (KvRxObject* taken = classes->atPut(r.name, rxClass, id)) {
@@ -115,7 +126,7 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
     impl->m_id = id;
-    if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
+    if (impl->isPending()) g->pendingClasses.add(rxClass, id);
     impl->m_module = initialisingModule();
     return rxClass;
 }
@@ -183,7 +194,8 @@ KvRxObject* KvRxClassState::delX(KvRxClass* protocolClass) { return addX(protoco
 
 unsigned long KvRxClassState::footprint() const {
     unsigned long heads = m_overruleHeads ? kOverruleFamilyCount * sizeof(KvRxOverruleNode*) : 0;
-    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes() + heads;
+    unsigned long rare = m_rare ? sizeof(Rare) : 0;
+    return sizeof(KvRxClass) + sizeof(KvRxClassState) + rare + m_namesBytes + m_ancestry.heapBytes() + heads;
 }
 
 void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
@@ -253,8 +265,8 @@ void KvRxClassState::freeOverruleNodes() {
 KvRxObject* KvRxClassState::create() { return m_pseudoConstructor(); }
 
 void KvRxClassState::getClassVersion(int& version, int& maintenanceVersion) const {
-    version = m_version;
-    maintenanceVersion = m_maintenanceVersion;
+    version = m_rare ? m_rare->version : 0;
+    maintenanceVersion = m_rare ? m_rare->maintenanceVersion : 0;
 }
 
 
@@ -274,16 +286,17 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 }
 
 void KvRxClassState::link() {
-    if (!m_parentName) return;
+    if (!isPending()) return;
+    const char16_t* parentName = nameAt(m_parentAt);
     KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    KvRxClass* parent = g ? g->findClass(m_parentName) : nullptr;
+    KvRxClass* parent = g ? g->findClass(parentName) : nullptr;
     // A parent that is this class or below it would close a loop in the tree: this
     // class, which waits, would be its topmost class.
     if (parent && of(parent)->topmost() == m_rxClass) parent = nullptr;
     if (!parent) {
         settleLines();
         kvrxRecordLine(u"Regist rxclass ModuleName: %s, ParentClassName: %s , ClassName: %s !!!",
-                       moduleNameForRecord(), m_parentName, m_className);
+                       moduleNameForRecord(), parentName, m_className);
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
     KvRxClassState* parentImpl = of(parent);
@@ -294,7 +307,7 @@ void KvRxClassState::link() {
     parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
-    m_parentName = nullptr;
+    m_parentAt = 0;
 }
 
 const KvRxClass* KvRxClassState::topmost() const {
@@ -460,7 +473,7 @@ void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
         auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
         unsigned id = classes ? classes->idHolding(aClass->name(), aClass, state->m_id) : 0;
         if (id) {
-            if (state->m_parentName) g->pendingClasses.remove(aClass);
+            if (state->isPending()) g->pendingClasses.remove(aClass);
             if (quiet)
                 gLeavingIds.push_back(id);
             else

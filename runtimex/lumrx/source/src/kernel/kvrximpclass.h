@@ -1,15 +1,16 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
-// Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
-// of the four names, freed with the state. A class that registration makes itself (not
-// one derived from KvRxClass) heads the same block: the class, its state and the names
-// are one allocation, freed when the class is deleted (deleteClass). Owns: its context-menu array (not the
-// objects or menus in it), its protocol-extension map (not the protocol classes or the
+// Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the values
+// a class rarely sets (only when it sets one) and the copies of the four names, freed
+// with the state. A class that registration makes itself (not one derived from
+// KvRxClass) heads the same block: the class, its state and the names are one
+// allocation, freed when the class is deleted (deleteClass). Owns: its context-menu
+// array (not the objects or menus in it), its protocol-extension map (not the protocol classes or the
 // extension objects), the array of the heads of its twelve overrule lists (made with
 // its first node; most classes never hold one) and their nodes (not the overrules).
 // `parent`, `module` and the classes of the children list aren't owned.
 //
-// Invariants: `parentName` is non-null exactly while the class waits to be linked
+// Invariants: the parent name is set exactly while the class waits to be linked
 // (never for the root); a linked class other than the root has a non-null `parent`
 // and stands in the parent's children list. That list runs through the children's own
 // states, from the parent's `firstChild` along `nextSibling` to its `lastChild`, in
@@ -83,11 +84,11 @@ public:
         return protocolClass && m_peMap ? m_peMap->at(protocolClass) : nullptr;
     }
     KvRxObject* create() override;
-    const char16_t* appName() const override { return m_appName; }
-    const char16_t* dxfName() const override { return m_dxfName; }
+    const char16_t* appName() const override { return nameAt(m_appAt); }
+    const char16_t* dxfName() const override { return nameAt(m_dxfAt); }
     const char16_t* name() const override { return m_className; }
     void getClassVersion(int& version, int& maintenanceVersion) const override;
-    int proxyFlags() const override { return m_proxyFlags; }
+    int proxyFlags() const override { return m_rare ? m_rare->proxyFlags : 0; }
     // One look at this class's line, at any depth.
     bool isDerivedFrom(const KvRxClass* other) const override {
         const KvRxClassState* others = of(other);
@@ -95,7 +96,9 @@ public:
     }
     KvRxClass* myParent() const override { return m_parent; }
     KvRx::Ordering comparedTo(const KvRxObject* other) const override;
-    KvRxAppNameCallback appNameCallbackPtr() const override { return m_appNameCallback; }
+    KvRxAppNameCallback appNameCallbackPtr() const override {
+        return m_rare ? m_rare->appNameCallback : nullptr;
+    }
 
     // Links the class to its parent by name, and takes over the parent's extensions
     // and the first overrule of each of its lists; nothing to do once linked. A parent
@@ -125,7 +128,7 @@ public:
 
     KvRxDynLoadModuleProxy* module() const { return m_module; }
     void setModule(KvRxDynLoadModuleProxy* module) { m_module = module; }
-    bool isPending() const { return m_parentName != nullptr; }
+    bool isPending() const { return m_parentAt != 0; }
     const KvRxClassAncestry& ancestry() const { return m_ancestry; }
     // The overrule family that the class's own name stands for (0 to 11), or
     // kOverruleFamilyCount; `familyOfName` finds it at the first call.
@@ -137,7 +140,8 @@ public:
     KvRxOverruleNode* overruleList(int family) const {
         return m_overruleHeads ? m_overruleHeads[family] : nullptr;
     }
-    // Bytes the class takes, its name texts, its ancestry and its overrule heads included.
+    // Bytes the class takes, its rare values, name texts, ancestry and overrule heads
+    // included.
     unsigned long footprint() const;
 
 private:
@@ -145,6 +149,17 @@ private:
     struct ContextMenu {
         const KvRxObject* object;
         const void* menu;
+    };
+    // What registration hands over and most classes leave 0 or null; memberBuilder,
+    // its data and feature are kept for their users, not read here.
+    struct Rare {
+        KvRxAppNameCallback appNameCallback;
+        KvRxMemberBuilder memberBuilder;
+        void* memberBuilderData;
+        int version;
+        int maintenanceVersion;
+        int proxyFlags;
+        unsigned int feature;
     };
 
     KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor, bool inClassBlock);
@@ -155,7 +170,12 @@ private:
     using NameUnits = size_t[4];
     // The bytes of the names that follow the state in its block; counts `units`.
     static size_t namesBytes(const Registration& r, NameUnits& units);
-    void placeNames(const Registration& r, const NameUnits& units);
+    // True if the registration sets any of the rare values.
+    static bool setsRare(const Registration& r);
+    // Fills the block behind the state: the rare values if set, then the names.
+    void placeTail(const Registration& r, const NameUnits& units, bool rare);
+    // The name `at` units behind the class name; null for 0.
+    const char16_t* nameAt(unsigned at) const { return at ? m_className + at : nullptr; }
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
@@ -188,7 +208,6 @@ private:
     KvRxClass* m_rxClass;
     // In the state's own block; the parent name is dropped once linked.
     const char16_t* m_className = nullptr;
-    const char16_t* m_parentName = nullptr;
     KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
     LumVector<ContextMenu>* m_contextMenus = nullptr;
     // The id the class dictionary gave the class's entry at registration.
@@ -201,6 +220,11 @@ private:
     bool m_usedAsProtocol = false;
     // -1 until nameFamily is first asked; the name never changes.
     mutable signed char m_nameFamily = -1;
+    // The other names, by their place behind the class name in units; 0 for none.
+    unsigned m_parentAt = 0;
+    unsigned m_dxfAt = 0;
+    unsigned m_appAt = 0;
+    unsigned m_namesBytes = 0;
     KvRxClassAncestry m_ancestry;
     KvRxOverruleNode** m_overruleHeads = nullptr;  // kOverruleFamilyCount of them, or null
 
@@ -211,14 +235,5 @@ private:
     KvRxClassState* m_nextSibling = nullptr;
     KvRxDynLoadModuleProxy* m_module = nullptr;
     KvRxPseudoConstructor m_pseudoConstructor;
-    KvRxAppNameCallback m_appNameCallback = nullptr;
-    KvRxMemberBuilder m_memberBuilder = nullptr;
-    void* m_memberBuilderData = nullptr;
-    const char16_t* m_dxfName = nullptr;
-    const char16_t* m_appName = nullptr;
-    unsigned m_namesBytes = 0;
-    int m_version = 0;
-    int m_maintenanceVersion = 0;
-    int m_proxyFlags = 0;
-    unsigned int m_feature = 0;
+    const Rare* m_rare = nullptr;  // in the block, or null when all are 0 or null
 };
