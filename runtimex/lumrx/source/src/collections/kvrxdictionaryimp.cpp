@@ -19,8 +19,7 @@ KvRxDictionaryImp* KvRxDictionaryImp::createDictionary(unsigned int length, bool
 
 KvRxDictionaryImp::KvRxDictionaryImp(bool deleteObjects, bool sorted, bool ignoreCase,
                                      const KvRxClass* restrictTo)
-    : keys(sorted ? kKvRxDictionaryNodeRoom : 0),
-      sortedIndex(sorted ? new SortedIndex(ignoreCase) : nullptr),
+    : sortedIndex(sorted ? new SortedIndex(ignoreCase) : nullptr),
       restrictTo(restrictTo),
       deleteObjects(deleteObjects),
       caseSensitive(!ignoreCase),
@@ -139,7 +138,7 @@ void KvRxDictionaryImp::enter(int slot, KeyOwner key, KvRxObject* object,
         else
             keyIndex.insert(entries.data, slot);
         try {
-            if (sortedIndex) sortedIndex->insert(key.get(), keys.roomOf(key.get()), slot);
+            if (sortedIndex) sortedIndex->insert(key.get(), slot);
         } catch (...) {
             keyIndex.erase(entries.data, slot);
             throw;
@@ -185,18 +184,17 @@ bool KvRxDictionaryImp::resetSlotKey(int slot, const char16_t* newKey) {
     entries.data[slot].key = key.get();
     try {
         keyIndex.insert(entries.data, slot);
+        if (sortedIndex) {
+            sortedIndex->erase(slot);
+            sortedIndex->insert(key.get(), slot);
+        }
     } catch (...) {
         // Back to the old key; the table has room for it again.
         keyIndex.erase(entries.data, slot);
         entries.data[slot].key = old;
         keyIndex.insert(entries.data, slot);
+        if (sortedIndex) sortedIndex->insert(old, slot);
         throw;
-    }
-    if (sortedIndex) {
-        // The slot's node moves to the new key's room; the table has the slot already,
-        // so neither step fails.
-        sortedIndex->erase(slot);
-        sortedIndex->insert(key.get(), keys.roomOf(key.get()), slot);
     }
     key.release();
     keys.release(old);

@@ -31,7 +31,7 @@ KvRxDictionaryKeyPool::Owner KvRxDictionaryKeyPool::make(const char16_t* text) {
         block = _lumMalloc(bytes);
         if (!block) throw std::bad_alloc();
     }
-    auto* key = reinterpret_cast<KvRxDictionaryKey*>(static_cast<char*>(block) + room);
+    auto* key = static_cast<KvRxDictionaryKey*>(block);
     key->length = int32_t(length);
     std::memcpy(static_cast<void*>(key + 1), text, (length + 1) * sizeof(char16_t));
     return Owner(key, Release{this});
@@ -40,11 +40,10 @@ KvRxDictionaryKeyPool::Owner KvRxDictionaryKeyPool::make(const char16_t* text) {
 void KvRxDictionaryKeyPool::release(KvRxDictionaryKey* key) {
     if (!key) return;
     size_t bytes = bytesOf(size_t(key->length));
-    void* block = roomOf(key);
     if (bytes <= kPooledBytes)
-        pools[(bytes - 1) / kClassBytes].give(block);
+        pools[(bytes - 1) / kClassBytes].give(key);
     else
-        _lumFree(block);
+        _lumFree(key);
 }
 
 char16_t KvRxDictionaryKeyIndex::foldedBeyondAscii(char16_t c) { return lumplatform::foldCaseUnit(c); }

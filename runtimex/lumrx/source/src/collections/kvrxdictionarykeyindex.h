@@ -33,16 +33,13 @@ struct KvRxDictionaryKey {
 
 // The blocks of a dictionary's keys: a block pool for each size class of up to
 // kPooledBytes, so that the keys lie together, apart from the values; a longer key is
-// a block of the heap of its own. A block may keep `room` bytes ahead of its key, for a
-// structure that goes with the key (the sorted index's node); a key's room is free
-// while the key is.
+// a block of the heap of its own.
 //
 // Owned by its dictionary; owns its pools (made with the first key) and so the blocks of
 // the keys in them.
 class KvRxDictionaryKeyPool {
 public:
-    // `room` is a multiple of 8.
-    explicit KvRxDictionaryKeyPool(size_t room) : room(room) {}
+    KvRxDictionaryKeyPool() = default;
     ~KvRxDictionaryKeyPool() { delete[] pools; }
     KvRxDictionaryKeyPool(const KvRxDictionaryKeyPool&) = delete;
     KvRxDictionaryKeyPool& operator=(const KvRxDictionaryKeyPool&) = delete;
@@ -56,17 +53,12 @@ public:
     // A key of `text`. Throws std::bad_alloc.
     Owner make(const char16_t* text);
     void release(KvRxDictionaryKey* key);
-    // The room ahead of `key`, a key of this pool.
-    void* roomOf(const KvRxDictionaryKey* key) const {
-        return const_cast<char*>(reinterpret_cast<const char*>(key)) - room;
-    }
 
 private:
     static const size_t kClassBytes = 16;
     static const size_t kPooledBytes = 256;
-    size_t bytesOf(size_t length) const { return room + sizeof(KvRxDictionaryKey) + (length + 1) * sizeof(char16_t); }
+    static size_t bytesOf(size_t length) { return sizeof(KvRxDictionaryKey) + (length + 1) * sizeof(char16_t); }
 
-    size_t room;
     KvRxDictionaryBlockPool* pools = nullptr;  // kPooledBytes / kClassBytes of them
 };
 

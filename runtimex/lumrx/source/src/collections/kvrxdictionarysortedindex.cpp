@@ -44,10 +44,9 @@ bool KvRxDictionarySortedIndex::KeyLess::operator()(const KvRxDictionaryKey* ka,
 
 bool KvRxDictionarySortedIndex::contains(const KvRxDictionaryKey* key) const { return tree.count(key) != 0; }
 
-void KvRxDictionarySortedIndex::insert(const KvRxDictionaryKey* key, void* keyRoom, int slot) {
+void KvRxDictionarySortedIndex::insert(const KvRxDictionaryKey* key, int slot) {
     // Room in the table first: a failure then leaves the tree as it was.
     if (size_t(slot) >= nodes.size()) nodes.resize(size_t(slot) + 1);
-    room = keyRoom;
     nodes[size_t(slot)] = tree.emplace(key, slot).first;
 }
 
