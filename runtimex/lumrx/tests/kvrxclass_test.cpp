@@ -222,6 +222,43 @@ TEST_F(ClassTree, MissingParentIsRecordedAndFatalUntilItComes) {
     EXPECT_EQ(recorder.lines.size(), 1u);
 }
 
+TEST_F(ClassTree, ClassesLinkedInARowFindEachParentByItsOwnNameInEveryPass) {
+    KvRxClass* p = newKvRxClass(u"TestLookP", u"OvRxObject");
+    KvRxClass* pq = newKvRxClass(u"TestLookPQ", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    // In name order one after another; one parent's name starts the other's.
+    KvRxClass* c1 = newKvRxClass(u"TestLookC1", u"TestLookP");
+    KvRxClass* c2 = newKvRxClass(u"TestLookC2", u"TestLookPQ");
+    KvRxClass* c3 = newKvRxClass(u"TestLookC3", u"TestLookP");
+    KvRxClass* c4 = newKvRxClass(u"TestLookC4", u"testlookp");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(c1->myParent(), p);
+    EXPECT_EQ(c2->myParent(), pq);
+    EXPECT_EQ(c3->myParent(), p);
+    EXPECT_EQ(c4->myParent(), p);
+
+    // Between passes the parent's entry takes another key and a new class takes the
+    // name, linked in the same pass as a child that names it, after it: the child finds
+    // the new one.
+    auto* classes = KvRxModuleGlobalImp::instance()->classDictionary;
+    ASSERT_TRUE(classes->resetKey(u"TestLookP", u"TestLookPOld"));
+    KvRxClass* p2 = newKvRxClass(u"TestLookP", u"OvRxObject");
+    KvRxClass* c5 = newKvRxClass(u"TestLookC5", u"testlookp");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(c5->myParent(), p2);
+    EXPECT_EQ(p2->myParent(), KvRxObject::desc());
+    // Each class leaves under its own name: the new one first, then the old one's key
+    // goes back.
+    deleteKvRxClass(c5);
+    deleteKvRxClass(p2);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    ASSERT_TRUE(classes->resetKey(u"TestLookPOld", u"TestLookP"));
+    for (KvRxClass* c : {c1, c2, c3, c4, p, pq}) deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookP"), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookPOld"), nullptr);
+}
+
 TEST_F(ClassTree, ALoopOfParentsIsRefusedAsAWrongOrder) {
     RecordingCrashRecorder recorder;
     KvRxClass* a = newKvRxClass(u"TestLoopA", u"TestLoopB");

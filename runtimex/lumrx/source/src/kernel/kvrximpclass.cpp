@@ -28,6 +28,19 @@ bool gCheckOrder = true;
 std::vector<unsigned> gLeavingIds;
 // The classes linked since the lines were last settled, in the order they linked.
 KvArray<KvRxClassState*> gLinkedInPass;
+// The class the last link of the pass looked up, and the text it asked by (a parent
+// name in a linked class's block). Nothing changes the class dictionary within a pass,
+// so the same text finds the same class: siblings, which often link one after another
+// in name order, look their parent up once. Emptied when the pass ends (settleLines).
+struct {
+    const char16_t* name = nullptr;
+    KvRxClass* found = nullptr;
+} gLastLookUp;
+
+bool sameUnits(const char16_t* a, const char16_t* b) {
+    while (*a && *a == *b) ++a, ++b;
+    return *a == *b;
+}
 
 const unsigned kSubClassNamesSize = 260;
 
@@ -288,8 +301,13 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 void KvRxClassState::link() {
     if (!isPending()) return;
     const char16_t* parentName = nameAt(m_parentAt);
-    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    KvRxClass* parent = g ? g->findClass(parentName) : nullptr;
+    KvRxClass* parent = gLastLookUp.found;
+    if (!gLastLookUp.name || !sameUnits(gLastLookUp.name, parentName)) {
+        KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+        parent = g ? g->findClass(parentName) : nullptr;
+        gLastLookUp.name = parentName;
+        gLastLookUp.found = parent;
+    }
     // A parent that is this class or below it would close a loop in the tree: this
     // class, which waits, would be its topmost class.
     if (parent && of(parent)->topmost() == m_rxClass) parent = nullptr;
@@ -342,9 +360,11 @@ void KvRxClassState::settleLines() {
         // No memory for a long line: the list empties all the same, as it holds no
         // class past the pass.
         gLinkedInPass.removeAll();
+        gLastLookUp = {};
         throw;
     }
     gLinkedInPass.removeAll();
+    gLastLookUp = {};
 }
 
 void KvRxClassState::appendChild(KvRxClassState* child) {
