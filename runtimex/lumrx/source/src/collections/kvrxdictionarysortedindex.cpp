@@ -47,12 +47,18 @@ bool KvRxDictionarySortedIndex::contains(const KvRxDictionaryKey* key) const { r
 void KvRxDictionarySortedIndex::insert(const KvRxDictionaryKey* key, int slot) {
     // Room in the table first: a failure then leaves the tree as it was.
     if (size_t(slot) >= nodes.size()) nodes.resize(size_t(slot) + 1);
-    nodes[size_t(slot)] = tree.emplace(key, slot).first;
+    Tree::iterator hint = lastSlot >= 0 ? nodes[size_t(lastSlot)] : tree.end();
+    nodes[size_t(slot)] = tree.emplace_hint(hint, key, slot);
+    lastSlot = slot;
 }
 
-void KvRxDictionarySortedIndex::erase(int slot) { tree.erase(nodes[size_t(slot)]); }
+void KvRxDictionarySortedIndex::erase(int slot) {
+    tree.erase(nodes[size_t(slot)]);
+    if (slot == lastSlot) lastSlot = -1;
+}
 
 void KvRxDictionarySortedIndex::clear() {
     tree.clear();
     nodes.clear();
+    lastSlot = -1;
 }
