@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 
 namespace {
 
@@ -47,18 +48,25 @@ bool KvRxDictionarySortedIndex::contains(const KvRxDictionaryKey* key) const { r
 void KvRxDictionarySortedIndex::insert(const KvRxDictionaryKey* key, int slot) {
     // Room in the table first: a failure then leaves the tree as it was.
     if (size_t(slot) >= nodes.size()) nodes.resize(size_t(slot) + 1);
-    Tree::iterator hint = lastSlot >= 0 ? nodes[size_t(lastSlot)] : tree.end();
-    nodes[size_t(slot)] = tree.emplace_hint(hint, key, slot);
+    Tree::iterator last = lastSlot >= 0 ? nodes[size_t(lastSlot)] : tree.end();
+    Tree::iterator node = lastBeside ? tree.emplace_hint(last, key, slot) : tree.emplace(key, slot).first;
+    nodes[size_t(slot)] = node;
+    // Both neighbours of a new leaf lie on the path just walked.
+    lastBeside = lastSlot >= 0 && (std::next(node) == last || (node != tree.begin() && std::prev(node) == last));
     lastSlot = slot;
 }
 
 void KvRxDictionarySortedIndex::erase(int slot) {
     tree.erase(nodes[size_t(slot)]);
-    if (slot == lastSlot) lastSlot = -1;
+    if (slot == lastSlot) {
+        lastSlot = -1;
+        lastBeside = false;
+    }
 }
 
 void KvRxDictionarySortedIndex::clear() {
     tree.clear();
     nodes.clear();
     lastSlot = -1;
+    lastBeside = false;
 }
