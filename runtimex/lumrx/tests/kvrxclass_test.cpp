@@ -168,7 +168,30 @@ TEST_F(ClassTree, RegistrationStoresWhatItIsGiven) {
     EXPECT_EQ(c->members(), nullptr);
     EXPECT_EQ(c->descendants(), nullptr);
     EXPECT_EQ(kvrxQueueClassForInitialization(c), 0);
+
+    // Without any of the values most classes leave unset, and with one of them alone:
+    // the names stay whole and the unset values read as 0 or null.
+    KvRxClass* plain = newKvRxClass(u"TestPlainDxf", u"OvRxObject", 0, nullptr, u"PLAINDXF");
+    KvRxClass* featured = newKvRxClassWithFeature(u"TestFeatureOnly", u"OvRxObject", 9u, 0, nullptr,
+                                                  nullptr, u"FeatureApp");
+    for (KvRxClass* k : {plain, featured}) {
+        ASSERT_NE(k, nullptr);
+        version = maintenance = -1;
+        k->getClassVersion(version, maintenance);
+        EXPECT_EQ(version, 0);
+        EXPECT_EQ(maintenance, 0);
+        EXPECT_EQ(k->proxyFlags(), 0);
+        EXPECT_EQ(k->appNameCallbackPtr(), nullptr);
+    }
+    EXPECT_EQ(utf8(plain->name()), "TestPlainDxf");
+    EXPECT_EQ(utf8(plain->dxfName()), "PLAINDXF");
+    EXPECT_EQ(plain->appName(), nullptr);
+    EXPECT_EQ(utf8(featured->name()), "TestFeatureOnly");
+    EXPECT_EQ(featured->dxfName(), nullptr);
+    EXPECT_EQ(utf8(featured->appName()), "FeatureApp");
     kvrxBuildClassHierarchy();
+    EXPECT_EQ(plain->myParent(), KvRxObject::desc());
+    EXPECT_EQ(featured->myParent(), KvRxObject::desc());
 }
 
 TEST_F(ClassTree, MissingParentIsRecordedAndFatalUntilItComes) {
@@ -197,6 +220,43 @@ TEST_F(ClassTree, MissingParentIsRecordedAndFatalUntilItComes) {
     kvrxBuildClassHierarchy();  // nothing pending: a second batch changes nothing
     EXPECT_EQ(orphan->myParent(), parent);
     EXPECT_EQ(recorder.lines.size(), 1u);
+}
+
+TEST_F(ClassTree, ClassesLinkedInARowFindEachParentByItsOwnNameInEveryPass) {
+    KvRxClass* p = newKvRxClass(u"TestLookP", u"OvRxObject");
+    KvRxClass* pq = newKvRxClass(u"TestLookPQ", u"OvRxObject");
+    kvrxBuildClassHierarchy();
+    // In name order one after another; one parent's name starts the other's.
+    KvRxClass* c1 = newKvRxClass(u"TestLookC1", u"TestLookP");
+    KvRxClass* c2 = newKvRxClass(u"TestLookC2", u"TestLookPQ");
+    KvRxClass* c3 = newKvRxClass(u"TestLookC3", u"TestLookP");
+    KvRxClass* c4 = newKvRxClass(u"TestLookC4", u"testlookp");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(c1->myParent(), p);
+    EXPECT_EQ(c2->myParent(), pq);
+    EXPECT_EQ(c3->myParent(), p);
+    EXPECT_EQ(c4->myParent(), p);
+
+    // Between passes the parent's entry takes another key and a new class takes the
+    // name, linked in the same pass as a child that names it, after it: the child finds
+    // the new one.
+    auto* classes = KvRxModuleGlobalImp::instance()->classDictionary;
+    ASSERT_TRUE(classes->resetKey(u"TestLookP", u"TestLookPOld"));
+    KvRxClass* p2 = newKvRxClass(u"TestLookP", u"OvRxObject");
+    KvRxClass* c5 = newKvRxClass(u"TestLookC5", u"testlookp");
+    kvrxBuildClassHierarchy();
+    EXPECT_EQ(c5->myParent(), p2);
+    EXPECT_EQ(p2->myParent(), KvRxObject::desc());
+    // Each class leaves under its own name: the new one first, then the old one's key
+    // goes back.
+    deleteKvRxClass(c5);
+    deleteKvRxClass(p2);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    ASSERT_TRUE(classes->resetKey(u"TestLookPOld", u"TestLookP"));
+    for (KvRxClass* c : {c1, c2, c3, c4, p, pq}) deleteKvRxClass(c);
+    KvRxClassState::destroyDoomedRxClasses(true);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookP"), nullptr);
+    EXPECT_EQ(kvrxFindKvRxClass(u"TestLookPOld"), nullptr);
 }
 
 TEST_F(ClassTree, ALoopOfParentsIsRefusedAsAWrongOrder) {

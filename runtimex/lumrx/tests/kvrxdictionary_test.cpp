@@ -362,6 +362,81 @@ TEST_F(DictionaryTest, RemovalUnderAnIdOrderWalk) {
     EXPECT_EQ(Counted::live, 0);
 }
 
+TEST_F(DictionaryTest, AnIdHintIsTakenOnlyWhereALookUpByKeyWouldLand) {
+    for (bool sorted : {false, true}) {
+        DictPtr d = makeDict(false, sorted, true);
+        Counted a, b;
+        put(*d, u"Alpha", &a);
+        put(*d, u"beta", &b);
+        EXPECT_EQ(d->idHolding(u"ALPHA", &a, 1), 1u);
+        EXPECT_EQ(d->idHolding(u"alpha", &a, 2), 1u);  // the hint holds another value
+        EXPECT_EQ(d->idHolding(u"alpha", &a, 7), 1u);  // no entry at the hint
+        EXPECT_EQ(d->idHolding(u"alpha", &b, 1), 0u);
+        // The hint holds the value under a key the text no longer matches.
+        EXPECT_TRUE(d->resetKey(1u, u"gamma"));
+        EXPECT_EQ(d->idHolding(u"alpha", &a, 1), 0u);
+        EXPECT_FALSE(d->removeIfHolds(u"alpha", &a, 1));
+        if (!sorted) {
+            // "beta" at ids 2 and 5: a look-up by the key lands on 2, so 5 holds nothing
+            // a look-up could take out.
+            EXPECT_TRUE(d->atKeyAndIdPut(u"BETA", 5, &a));
+            EXPECT_EQ(d->idHolding(u"beta", &a, 5), 0u);
+            EXPECT_FALSE(d->removeIfHolds(u"beta", &a, 5));
+            EXPECT_EQ(d->numEntries(), 3u);
+            EXPECT_TRUE(d->removeIfHolds(u"beta", &b, 5));
+            EXPECT_EQ(d->at(u"beta"), &a);
+        }
+        EXPECT_TRUE(d->removeIfHolds(u"GAMMA", &a, 1));
+        EXPECT_EQ(d->at(u"gamma"), nullptr);
+        EXPECT_EQ(d->numEntries(), 1u);
+    }
+}
+
+TEST_F(DictionaryTest, TakingOutByIdsReadsAsRemovingOneByOne) {
+    Counted::live = 0;
+    for (bool sorted : {false, true}) {
+        // `d` takes entries out in batches; `twin` removes the same one at a time.
+        DictPtr d = makeDict(true, sorted), twin = makeDict(false, sorted);
+        std::vector<Counted*> values;
+        for (int i = 0; i < 10; ++i) {
+            values.push_back(new Counted);
+            std::u16string key = u"k" + std::u16string(1, char16_t(u'a' + (i * 7) % 10));
+            put(*d, key.c_str(), values.back());
+            put(*twin, key.c_str(), values.back());
+        }
+        auto takeOut = [&](std::vector<unsigned> ids) {
+            d->takeOut(ids.data(), ids.size());
+            for (unsigned id : ids) EXPECT_NE(twin->remove(id), nullptr);
+            EXPECT_EQ(walk(*d, 0), walk(*twin, 0));
+            EXPECT_EQ(walk(*d, 1), walk(*twin, 1));
+            EXPECT_EQ(d->numEntries(), twin->numEntries());
+        };
+        takeOut({4, 2});
+        // Walks by id under way across the last batch, one on a slot that empties.
+        std::unique_ptr<KvRxDictionaryIterator> it(d->newIterator(1)), twinIt(twin->newIterator(1));
+        for (int i = 0; i < 3; ++i) it->next(), twinIt->next();
+        takeOut({7, 1, 10, 3, 9, 5, 8, 6});
+        EXPECT_EQ(it->done(), twinIt->done());
+        EXPECT_EQ(it->id(), twinIt->id());
+        EXPECT_EQ(it->key(), nullptr);
+        EXPECT_EQ(it->next(), twinIt->next());
+        EXPECT_EQ(Counted::live, 10);
+        for (unsigned id = 1; id <= 10; ++id) EXPECT_FALSE(d->has(id));
+        EXPECT_FALSE(d->has(u"ka"));
+        // New entries take the same ids in both.
+        for (const char16_t* key : {u"n1", u"n2", u"ka"}) EXPECT_EQ(put(*d, key), put(*twin, key));
+        EXPECT_TRUE(d->atKeyAndIdPut(u"n9", 9, values[0]));
+        EXPECT_TRUE(twin->atKeyAndIdPut(u"n9", 9, values[0]));
+        EXPECT_EQ(put(*d, u"n4"), put(*twin, u"n4"));
+        EXPECT_EQ(walk(*d, 0), walk(*twin, 0));
+        EXPECT_EQ(walk(*d, 1), walk(*twin, 1));
+        unsigned nine = 9;
+        d->takeOut(&nine, 1);
+        EXPECT_EQ(Counted::live, 10);
+        for (Counted* v : values) delete v;
+    }
+}
+
 TEST_F(DictionaryTest, GrowthDoublesUpTo8192ThenAdds8192) {
     DictPtr d = makeDict();
     std::vector<int> capacities;

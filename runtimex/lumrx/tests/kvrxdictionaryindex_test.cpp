@@ -54,6 +54,32 @@ std::u16string upper(std::u16string s) {
 
 class DictionaryIndexTest : public lumtest::RuntimeTest {};
 
+TEST_F(DictionaryIndexTest, CaseBlindKeysFoldOnlyLettersInEveryPlaceOfALongKey) {
+    // The units around the ASCII letters ('@', '[', '`', '{') stay apart from the ones
+    // 0x20 away, wherever they stand in a key; letters, ASCII or not, match in any case,
+    // also where a letter beyond ASCII folds to an ASCII one (KELVIN SIGN, LONG S).
+    DictPtr d = makeDict(false, true);
+    unsigned id = 0;
+    const std::u16string apart[] = {u"@[@[@[@[x", u"`{`{`{`{x", u"x@[@[@[@[", u"x`{`{`{`{", u"[Z@A", u"{z`a"};
+    for (const std::u16string& key : apart) EXPECT_EQ(d->atPut(key.c_str(), nullptr, id), nullptr);
+    EXPECT_EQ(d->numEntries(), 6u);
+    for (const std::u16string& key : apart) EXPECT_EQ(utf8(d->keyAt(d->idAt(key.c_str()))), utf8(key.c_str()));
+    const char16_t* mixed[][2] = {{u"ABCDEFGHIJ", u"abcdefghij"},
+                                  {u"\u00c0bcd\u00e9FGH", u"\u00e0BCD\u00c9fgh"},
+                                  {u"Zz\u0130zAa", u"zZ\u0130Zaa"},
+                                  {u"MNOPqrstUVWXyz", u"mnopQRSTuvwxYZ"},
+                                  {u"WXYZwxyz@AZ[", u"wxyzWXYZ@az["},
+                                  {u"KELVINS", u"\u212aelvins"},
+                                  {u"abcSSSSs", u"ABC\u017fs\u017fS\u017f"}};
+    for (auto& pair : mixed) {
+        EXPECT_EQ(d->atPut(pair[0], nullptr, id), nullptr);
+        EXPECT_EQ(d->idAt(pair[1]), id) << utf8(pair[1]);
+        EXPECT_EQ(d->idAt(pair[0]), id);
+    }
+    EXPECT_EQ(d->idAt(u"ABCDEFGHIK"), 0u);
+    EXPECT_EQ(d->idAt(u"ABCDEFGHI"), 0u);
+}
+
 TEST_F(DictionaryIndexTest, LookupsByKeyAllocateNothing) {
     for (int kind = 0; kind < 4; ++kind) {
         bool sorted = kind & 1, ignoreCase = kind & 2;

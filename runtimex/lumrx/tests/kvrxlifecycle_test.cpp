@@ -102,6 +102,45 @@ TEST(RuntimeLifecycle, DestructorsRunningInTheShutDownWalkSeeOnlyTheClassesStill
         ::testing::ExitedWithCode(0), "");
 }
 
+// Looks at the class dictionary from its destructor as LookingValueType does, for the
+// names of the mixed walk below.
+class PeekingValueType : public KvRxValueType {
+public:
+    static std::string seen;
+    explicit PeekingValueType(const char16_t* name) : KvRxValueType(name, 8u, nullptr, nullptr) {}
+    ~PeekingValueType() override {
+        for (const char16_t* name : {u"TestMixA", u"TestMixB", u"TestMixC", u"TestMixD", u"TestMixE"})
+            seen += kvrxFindKvRxClass(name) ? '+' : '-';
+        auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
+        std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
+        unsigned count = 0;
+        for (; !it->done(); it->next(), ++count)
+            if (kvrxFindKvRxClass(it->key()) != it->object()) seen += '!';
+        seen += count == classes->numEntries() ? " " : "# ";
+    }
+    bool equalTo(const void*, const void*) const override { return false; }
+};
+std::string PeekingValueType::seen;
+
+TEST(RuntimeLifecycle, ClassesMadeByRegistrationAreGoneBeforeTheNextDestructorLooks) {
+    // Name order A to E: plain classes and value types, whose destructors look, in turn.
+    // The plain classes leave quietly, but every one before a value type is gone when
+    // its destructor runs.
+    EXPECT_EXIT(
+        {
+            InitializeKvRxSystem();
+            newKvRxClass(u"TestMixD", u"OvRxObject");
+            new PeekingValueType(u"TestMixE");
+            newKvRxClass(u"TestMixC", u"TestMixD");
+            new PeekingValueType(u"TestMixB");
+            newKvRxClass(u"TestMixA", u"OvRxObject");
+            kvrxBuildClassHierarchy();
+            UninitializeKvRxSystem();
+            std::_Exit(PeekingValueType::seen == "--+++ ----- " ? 0 : 1);
+        },
+        ::testing::ExitedWithCode(0), "");
+}
+
 TEST(RuntimeLifecycle, LoadedLibraryWorksWithoutStartup) {
     EXPECT_EQ(KvRxModuleGlobal::GetInstance(), nullptr);
     EXPECT_EQ(kvrxFindKvRxClass(u"OvRxObject"), nullptr);

@@ -50,8 +50,9 @@ void KvRxDictionaryImp::reserve(int n) {
     if (n <= entries.capacity) return;
     auto* data = static_cast<Entry*>(_lumMalloc(sizeof(Entry) * size_t(n)));
     if (!data) throw std::bad_alloc();
-    std::memset(static_cast<void*>(data), 0, sizeof(Entry) * size_t(n));
-    if (entries.length) std::memcpy(static_cast<void*>(data), entries.data, sizeof(Entry) * size_t(entries.length));
+    size_t kept = size_t(entries.length);
+    if (kept) std::memcpy(static_cast<void*>(data), entries.data, sizeof(Entry) * kept);
+    std::memset(static_cast<void*>(data + kept), 0, sizeof(Entry) * (size_t(n) - kept));
     _lumFree(entries.data);
     entries.data = data;
     entries.capacity = n;
@@ -241,15 +242,50 @@ KvRxObject* KvRxDictionaryImp::remove(const char16_t* key) {
     return slot < 0 ? nullptr : removeSlot(slot, hash);
 }
 
-bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value) {
-    if (!key || !*key) return false;
-    uint32_t hash;
-    int slot = keyIndex.find(entries.data, key, hash);
-    if (slot < 0 || entries.data[slot].value != value) return false;
-    // Taken out first: a dictionary that owns its values would delete this one.
-    entries.data[slot].value = nullptr;
-    removeSlot(slot, hash);
+unsigned int KvRxDictionaryImp::idHolding(const char16_t* key, const KvRxObject* value,
+                                          unsigned int idHint) const {
+    if (!key || !*key) return 0;
+    int slot = liveSlot(idHint);
+    if (slot < 0 || entries.data[slot].value != value || !keyIndex.keysUnique() ||
+        !keyIndex.sameText(entries.data[slot].key, key, int32_t(LumCharOp::length(key))))
+        slot = find(key);
+    return slot >= 0 && entries.data[slot].value == value ? unsigned(slot) + 1 : 0;
+}
+
+bool KvRxDictionaryImp::removeIfHolds(const char16_t* key, const KvRxObject* value, unsigned int idHint) {
+    unsigned int id = idHolding(key, value, idHint);
+    if (!id) return false;
+    takeOut(&id, 1);
     return true;
+}
+
+void KvRxDictionaryImp::takeOut(const unsigned int* ids, size_t count) {
+    // Taken out first: a dictionary that owns its values would delete them.
+    for (size_t i = 0; i < count; ++i) entries.data[ids[i] - 1].value = nullptr;
+    if (count == liveCount) {
+        freeAllSlots();
+        return;
+    }
+    for (size_t i = 0; i < count; ++i) {
+        int slot = int(ids[i]) - 1;
+        removeSlot(slot, keyIndex.hashOfSlot(entries.data, slot));
+    }
+}
+
+void KvRxDictionaryImp::freeAllSlots() {
+    // The indexes empty at once; the array keeps its length, every slot free, as if the
+    // entries had gone one by one.
+    if (sortedIndex) sortedIndex->clear();
+    keyIndex.clear();
+    liveCount = 0;
+    for (int i = 0; i < entries.length; ++i) {
+        Entry& e = entries.data[i];
+        if (!e.key) continue;
+        keys.release(e.key);
+        e.key = nullptr;
+        e.value = nullptr;
+        freeSlots.setFree(i);
+    }
 }
 
 void KvRxDictionaryImp::clear(bool deleteValues) {

@@ -58,9 +58,17 @@ public:
     bool isCaseSensitive() const override { return caseSensitive; }
     bool isSorted() const override { return sortedIndex != nullptr; }
 
+    // The id of the entry of `key` if its value is `value`, else 0. `idHint` is the id
+    // the entry was given: when that slot holds `value` under `key` and no key is held
+    // twice, it is the slot a look-up would find, and the text isn't looked up.
+    unsigned int idHolding(const char16_t* key, const KvRxObject* value, unsigned int idHint = 0) const;
     // Takes out the entry of `key` if its value is `value`; false, and nothing changes,
     // otherwise. The value isn't deleted.
-    bool removeIfHolds(const char16_t* key, const KvRxObject* value);
+    bool removeIfHolds(const char16_t* key, const KvRxObject* value, unsigned int idHint = 0);
+    // Takes out the live entries of `ids`, each listed once, in their order, without
+    // deleting their values. When they are every live entry, all go at once, and the
+    // dictionary is left as one by one would leave it.
+    void takeOut(const unsigned int* ids, size_t count);
     // Empties the dictionary; values are deleted if it owns them or `deleteValues`.
     void clear(bool deleteValues);
 
@@ -94,6 +102,8 @@ private:
     bool resetSlotKey(int slot, const char16_t* newKey);
     bool takenInIndex(const Key* key) const;
     void setLength(int n);
+    // Takes out every live entry, its value left undeleted.
+    void freeAllSlots();
     void reserve(int n);
     int firstFreeSlot() const;
     // A key of `text`; throws std::bad_alloc when no memory is left.

@@ -91,6 +91,8 @@ public:
     // The same, with the hash of the slot's key.
     void erase(const KvRxDictionaryEntry* data, int slot, uint32_t hash);
     void clear();
+    // True while no key is held by more than one live slot.
+    bool keysUnique() const { return sameKey.empty(); }
 
     size_t bytesUsed() const;
 

@@ -11,7 +11,12 @@
 // Invariant (kept in kvrxdictionarysortedindex.cpp): the tree holds exactly the live
 // keys, at most one per key by the case rule, each with the slot that holds it; for
 // every live slot, `nodes[slot]` is the node of its key. A key never changes while it
-// is an entry's: it is replaced.
+// is an entry's: it is replaced. `lastSlot` is the slot entered last while its node is
+// in the tree, else -1; `lastBeside` is true when that node went in beside the node
+// entered before it. Keys often come in or against name order (a module's classes):
+// while they do, an insertion first tries the place beside the last node, and as soon
+// as one lands elsewhere, insertions search from the root until two land side by side
+// again.
 #pragma once
 
 #include "collections/kvrxdictionaryblockpool.h"
@@ -72,4 +77,6 @@ private:
     KvRxDictionaryBlockPool pool;  // before the tree: made first, freed last
     Tree tree;
     std::vector<Tree::iterator> nodes;
+    int lastSlot = -1;
+    bool lastBeside = false;
 };

@@ -20,7 +20,7 @@ KvRxClass::KvRxClass(const char16_t* name, const char16_t* parentName,
     KvRxClassState::registerClass(r, this);
 }
 
-KvRxClass::~KvRxClass() { delete m_impl; }
+KvRxClass::~KvRxClass() { KvRxClassState::destroy(m_impl); }
 
 KvRxObject* KvRxClass::create() { return m_impl->create(); }
 const char16_t* KvRxClass::appName() const { return m_impl->appName(); }

@@ -52,7 +52,8 @@ private:
 
     bool resize(int depth);
 
-    const KvRxClass* m_inline[kInline] = {};
+    // The pointer first: destruction reads it alone.
     const KvRxClass** m_chain = m_inline;  // m_inline, or an owned array
     int m_depth = 0;
+    const KvRxClass* m_inline[kInline] = {};
 };

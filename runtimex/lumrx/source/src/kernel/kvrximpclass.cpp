@@ -9,6 +9,7 @@
 
 #include <memory>
 #include <new>
+#include <vector>
 
 namespace {
 
@@ -19,8 +20,27 @@ KvArray<KvRxClass*> gDoomedClasses;
 KvArray<KvRxClass*> gAbandonedClasses;
 // Read by destruction; false only during the final walk of shut-down.
 bool gCheckOrder = true;
+// With the order checks off, destroying a class that registration made runs no code
+// but the runtime's: nothing can look at the class dictionary until a class of another
+// kind goes or the walk ends. Such classes leave the dictionary together then; these
+// are the ids of their entries, in the order the classes went. Room for the whole walk
+// is taken before it starts, or the classes leave one by one.
+std::vector<unsigned> gLeavingIds;
 // The classes linked since the lines were last settled, in the order they linked.
 KvArray<KvRxClassState*> gLinkedInPass;
+// The class the last link of the pass looked up, and the text it asked by (a parent
+// name in a linked class's block). Nothing changes the class dictionary within a pass,
+// so the same text finds the same class: siblings, which often link one after another
+// in name order, look their parent up once. Emptied when the pass ends (settleLines).
+struct {
+    const char16_t* name = nullptr;
+    KvRxClass* found = nullptr;
+} gLastLookUp;
+
+bool sameUnits(const char16_t* a, const char16_t* b) {
+    while (*a && *a == *b) ++a, ++b;
+    return *a == *b;
+}
 
 const unsigned kSubClassNamesSize = 260;
 
@@ -41,9 +61,11 @@ KvRxObject* nullPseudoConstructor() { return nullptr; }
 
 }  // namespace
 
-KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor)
-    : m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor),
-      m_rxClass(rxClass) {}
+KvRxClassState::KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor,
+                               bool inClassBlock)
+    : m_rxClass(rxClass),
+      m_inClassBlock(inClassBlock),
+      m_pseudoConstructor(pseudoConstructor ? pseudoConstructor : &nullPseudoConstructor) {}
 
 size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
     const char16_t* names[] = {r.name, r.parentName, r.dxfName, r.appName};
@@ -55,19 +77,34 @@ size_t KvRxClassState::namesBytes(const Registration& r, NameUnits& units) {
     return total * sizeof(char16_t);
 }
 
-void KvRxClassState::placeNames(const Registration& r, const NameUnits& units) {
-    auto* next = reinterpret_cast<char16_t*>(this + 1);
-    auto place = [&next](const char16_t* text, size_t n) -> const char16_t* {
-        if (!text) return nullptr;
-        char16_t* copy = LumCharOp::copy(next, text, unsigned(n));
-        next += n;
-        return copy;
+bool KvRxClassState::setsRare(const Registration& r) {
+    return r.appNameCallback || r.memberBuilder || r.memberBuilderData || r.version ||
+           r.maintenanceVersion || r.proxyFlags || r.feature;
+}
+
+void KvRxClassState::placeTail(const Registration& r, const NameUnits& units, bool rare) {
+    char* tail = reinterpret_cast<char*>(this + 1);
+    if (rare) {
+        m_rare = ::new (tail) Rare{r.appNameCallback, r.memberBuilder, r.memberBuilderData, r.version,
+                                   r.maintenanceVersion, r.proxyFlags, r.feature};
+        tail += sizeof(Rare);
+    }
+    auto* names = reinterpret_cast<char16_t*>(tail);
+    unsigned next = 0;
+    auto place = [names, &next](const char16_t* text, size_t n) -> unsigned {
+        if (!text) return 0;
+        LumCharOp::copy(names + next, text, unsigned(n));
+        unsigned at = next;
+        next += unsigned(n);
+        return at;
     };
-    m_className = place(r.name, units[0]);
-    m_parentName = place(r.parentName, units[1]);
-    m_dxfName = place(r.dxfName, units[2]);
-    m_appName = place(r.appName, units[3]);
-    m_namesBytes = unsigned(reinterpret_cast<char*>(next) - reinterpret_cast<char*>(this + 1));
+    m_className = names;
+    place(r.name, units[0]);
+    // Each of the others lies behind the class name and its closing zero: never at 0.
+    m_parentAt = place(r.parentName, units[1]);
+    m_dxfAt = place(r.dxfName, units[2]);
+    m_appAt = place(r.appName, units[3]);
+    m_namesBytes = unsigned(next * sizeof(char16_t));
 }
 
 KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxClass) {
@@ -75,43 +112,34 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
     KvRxDictionary* classes = g ? g->classDictionary : nullptr;
     if (!r.name || !*r.name || !classes) return nullptr;
 
+    // The state and its names in one block, headed by the class when it is made here.
+    static_assert(sizeof(KvRxClass) % alignof(KvRxClassState) == 0, "the state follows the class");
     bool made = rxClass == nullptr;
-    if (made) rxClass = new KvRxClass();
-    // The state and its names in one block.
+    size_t classBytes = made ? sizeof(KvRxClass) : 0;
+    static_assert(sizeof(KvRxClassState) % alignof(Rare) == 0, "the rare values follow the state");
+    bool rare = setsRare(r);
     NameUnits units;
-    void* block = _lumMalloc(sizeof(KvRxClassState) + namesBytes(r, units));
-    KvRxClassState* impl = block ? ::new (block) KvRxClassState(rxClass, r.pseudoConstructor) : nullptr;
-    if (impl) impl->placeNames(r, units);
-    if (impl && !impl->m_ancestry.makeTop(rxClass)) {
-        delete impl;
-        impl = nullptr;
-    }
-    if (!impl) {
-        if (made) delete rxClass;
+    size_t tailBytes = (rare ? sizeof(Rare) : 0) + namesBytes(r, units);
+    auto* block = static_cast<char*>(_lumMalloc(classBytes + sizeof(KvRxClassState) + tailBytes));
+    if (!block) return nullptr;
+    if (made) rxClass = ::new (block) KvRxClass();
+    auto* impl = ::new (block + classBytes) KvRxClassState(rxClass, r.pseudoConstructor, made);
+    rxClass->m_impl = impl;
+    impl->placeTail(r, units, rare);
+    if (!impl->m_ancestry.makeTop(rxClass)) {
+        dropNew(rxClass, made);
         return nullptr;
     }
-    impl->m_version = r.version;
-    impl->m_maintenanceVersion = r.maintenanceVersion;
-    impl->m_proxyFlags = r.proxyFlags;
-    impl->m_feature = r.feature;
-    impl->m_appNameCallback = r.appNameCallback;
-    impl->m_memberBuilder = r.memberBuilder;
-    impl->m_memberBuilderData = r.memberBuilderData;
-    rxClass->m_impl = impl;
 
     unsigned id = 0;
     if (KvRxObject* taken = classes->atPut(r.name, rxClass, id)) {
         // The name belongs to another class: give it back its entry, drop the new one.
         classes->atPut(r.name, taken, id);
-        if (made) {
-            delete rxClass;
-        } else {
-            rxClass->m_impl = nullptr;
-            delete impl;
-        }
+        dropNew(rxClass, made);
         KvRxModuleGlobal::fatalError(u"Try to regist a rxclass which is already registed!!");
     }
-    if (impl->m_parentName) g->pendingClasses.add(rxClass, id);
+    impl->m_id = id;
+    if (impl->isPending()) g->pendingClasses.add(rxClass, id);
     impl->setModule(initialisingModule());
     return rxClass;
 }
@@ -119,6 +147,35 @@ KvRxClass* KvRxClassState::registerClass(const Registration& r, KvRxClass* rxCla
 void KvRxClassState::setModule(KvRxDynLoadModuleProxy* module) {
     m_module = module;
     if (module) module->setMayOwnClasses();
+}
+
+void KvRxClassState::dropNew(KvRxClass* rxClass, bool made) {
+    if (made) {
+        deleteClass(rxClass);
+        return;
+    }
+    KvRxImpClass* impl = rxClass->m_impl;
+    rxClass->m_impl = nullptr;
+    delete impl;
+}
+
+void KvRxClassState::destroy(KvRxImpClass* impl) {
+    if (!impl) return;
+    if (static_cast<KvRxClassState*>(impl)->m_inClassBlock)
+        impl->~KvRxImpClass();
+    else
+        delete impl;
+}
+
+void KvRxClassState::deleteClass(KvRxClass* aClass) {
+    KvRxClassState* state = of(aClass);
+    if (state && state->m_inClassBlock) {
+        // The class heads the block: its destructor leaves the block to this free.
+        aClass->~KvRxClass();
+        _lumFree(aClass);
+        return;
+    }
+    delete aClass;
 }
 
 KvRxClassState::~KvRxClassState() {
@@ -154,7 +211,9 @@ KvRxObject* KvRxClassState::getX(const KvRxClass* protocolClass) { return queryX
 KvRxObject* KvRxClassState::delX(KvRxClass* protocolClass) { return addX(protocolClass, nullptr); }
 
 unsigned long KvRxClassState::footprint() const {
-    return sizeof(KvRxClass) + sizeof(KvRxClassState) + m_namesBytes + m_ancestry.heapBytes();
+    unsigned long heads = m_overruleHeads ? kOverruleFamilyCount * sizeof(KvRxOverruleNode*) : 0;
+    unsigned long rare = m_rare ? sizeof(Rare) : 0;
+    return sizeof(KvRxClass) + sizeof(KvRxClassState) + rare + m_namesBytes + m_ancestry.heapBytes() + heads;
 }
 
 void KvRxClassState::copyDown(const KvRxClass* protocolClass, KvRxObject* newValue,
@@ -181,13 +240,15 @@ void KvRxClassState::inheritFrom(const KvRxClassState* parent) {
         for (const auto& entry : parent->m_peMap->nodes())
             copyDown(static_cast<const KvRxClass*>(entry.first), entry.second, entry.second);
     }
+    if (!parent->m_overruleHeads) return;
     for (int family = 0; family < kOverruleFamilyCount; ++family) {
-        if (parent->m_overruleHeads[family] && !m_overruleHeads[family])
+        if (parent->m_overruleHeads[family] && !overruleList(family))
             addOverruleNode(family, parent->m_overruleHeads[family]->overrule, false);
     }
 }
 
 void KvRxClassState::addOverruleNode(int family, KvRxOverrule* overrule, bool atEnd) {
+    if (!m_overruleHeads) m_overruleHeads = new KvRxOverruleNode*[kOverruleFamilyCount]();
     KvRxOverruleNode** link = &m_overruleHeads[family];
     if (atEnd)
         while (*link) link = &(*link)->next;
@@ -195,6 +256,7 @@ void KvRxClassState::addOverruleNode(int family, KvRxOverrule* overrule, bool at
 }
 
 bool KvRxClassState::removeOverruleNode(int family, KvRxOverrule* overrule) {
+    if (!m_overruleHeads) return false;
     for (KvRxOverruleNode** link = &m_overruleHeads[family]; *link; link = &(*link)->next) {
         if ((*link)->overrule == overrule) {
             KvRxOverruleNode* gone = *link;
@@ -207,19 +269,22 @@ bool KvRxClassState::removeOverruleNode(int family, KvRxOverrule* overrule) {
 }
 
 void KvRxClassState::freeOverruleNodes() {
-    for (KvRxOverruleNode*& head : m_overruleHeads) {
-        while (KvRxOverruleNode* gone = head) {
-            head = gone->next;
+    if (!m_overruleHeads) return;
+    for (int family = 0; family < kOverruleFamilyCount; ++family) {
+        while (KvRxOverruleNode* gone = m_overruleHeads[family]) {
+            m_overruleHeads[family] = gone->next;
             delete gone;
         }
     }
+    delete[] m_overruleHeads;
+    m_overruleHeads = nullptr;
 }
 
 KvRxObject* KvRxClassState::create() { return m_pseudoConstructor(); }
 
 void KvRxClassState::getClassVersion(int& version, int& maintenanceVersion) const {
-    version = m_version;
-    maintenanceVersion = m_maintenanceVersion;
+    version = m_rare ? m_rare->version : 0;
+    maintenanceVersion = m_rare ? m_rare->maintenanceVersion : 0;
 }
 
 
@@ -239,16 +304,22 @@ const char16_t* KvRxClassState::moduleNameForRecord() const {
 }
 
 void KvRxClassState::link() {
-    if (!m_parentName) return;
-    KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
-    KvRxClass* parent = g ? g->findClass(m_parentName) : nullptr;
+    if (!isPending()) return;
+    const char16_t* parentName = nameAt(m_parentAt);
+    KvRxClass* parent = gLastLookUp.found;
+    if (!gLastLookUp.name || !sameUnits(gLastLookUp.name, parentName)) {
+        KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
+        parent = g ? g->findClass(parentName) : nullptr;
+        gLastLookUp.name = parentName;
+        gLastLookUp.found = parent;
+    }
     // A parent that is this class or below it would close a loop in the tree: this
     // class, which waits, would be its topmost class.
     if (parent && of(parent)->topmost() == m_rxClass) parent = nullptr;
     if (!parent) {
         settleLines();
         kvrxRecordLine(u"Regist rxclass ModuleName: %s, ParentClassName: %s , ClassName: %s !!!",
-                       moduleNameForRecord(), m_parentName, m_className);
+                       moduleNameForRecord(), parentName, m_className);
         KvRxModuleGlobal::fatalError(u"Regist rx class with wrong order!!!");
     }
     KvRxClassState* parentImpl = of(parent);
@@ -259,7 +330,7 @@ void KvRxClassState::link() {
     parentImpl->appendChild(this);
     m_parent = parent;
     inheritFrom(parentImpl);
-    m_parentName = nullptr;
+    m_parentAt = 0;
 }
 
 const KvRxClass* KvRxClassState::topmost() const {
@@ -294,9 +365,11 @@ void KvRxClassState::settleLines() {
         // No memory for a long line: the list empties all the same, as it holds no
         // class past the pass.
         gLinkedInPass.removeAll();
+        gLastLookUp = {};
         throw;
     }
     gLinkedInPass.removeAll();
+    gLastLookUp = {};
 }
 
 void KvRxClassState::appendChild(KvRxClassState* child) {
@@ -393,27 +466,49 @@ void KvRxClassState::doomAbandonedClasses() {
 void KvRxClassState::destroyDoomedRxClasses(bool checkOrder) {
     bool saved = gCheckOrder;
     gCheckOrder = checkOrder;
+    if (!checkOrder) {
+        try {
+            gLeavingIds.reserve(size_t(gDoomedClasses.length()));
+        } catch (const std::bad_alloc&) {
+        }
+    }
     for (int i = 0; i < gDoomedClasses.length(); ++i) destroyGuarded(gDoomedClasses[i]);
+    takeOutLeaving();
     gDoomedClasses.removeAll();
     gCheckOrder = saved;
+}
+
+void KvRxClassState::takeOutLeaving() {
+    if (gLeavingIds.empty()) return;
+    auto* classes = static_cast<KvRxDictionaryImp*>(classDictionary());
+    classes->takeOut(gLeavingIds.data(), gLeavingIds.size());
+    gLeavingIds.clear();
 }
 
 void KvRxClassState::destroyGuarded(KvRxClass* aClass) {
     static const char16_t kFaultText[] =
         u"Exception(SE) has happend in destroyDoomedRxClasses function.";
     try {
+        KvRxClassState* state = of(aClass);
+        bool quiet = !gCheckOrder && state->m_inClassBlock && gLeavingIds.size() < gLeavingIds.capacity();
+        if (!quiet) takeOutLeaving();
         // Only this class's own entry leaves: a class of the same name registered since
         // it was abandoned keeps its place.
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
         auto* classes = g ? static_cast<KvRxDictionaryImp*>(g->classDictionary) : nullptr;
-        if (classes && classes->removeIfHolds(aClass->name(), aClass)) {
-            if (of(aClass)->m_parentName) g->pendingClasses.remove(aClass);
+        unsigned id = classes ? classes->idHolding(aClass->name(), aClass, state->m_id) : 0;
+        if (id) {
+            if (state->isPending()) g->pendingClasses.remove(aClass);
+            if (quiet)
+                gLeavingIds.push_back(id);
+            else
+                classes->takeOut(&id, 1);
         }
         if (gCheckOrder) {
             of(aClass)->checkedDetach();
             if (of(aClass)->m_usedAsProtocol) of(aClass)->leaveProtocolMaps();
         }
-        delete aClass;
+        deleteClass(aClass);
         return;
     } catch (LumException* e) {
         recordFault(unsigned(e->code()), e, kFaultText, __LINE__);

@@ -1,12 +1,16 @@
 // The state behind a KvRxClass: the one implementation of KvRxImpClass.
 //
-// Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the copies
-// of the four names, freed with the state. Owns: its context-menu array (not the
-// objects or menus in it), its protocol-extension map (not the protocol classes or the
-// extension objects) and the nodes of its twelve overrule lists (not the overrules).
+// Owned by its KvRxClass; made in one block from _lumMalloc whose tail holds the values
+// a class rarely sets (only when it sets one) and the copies of the four names, freed
+// with the state. A class that registration makes itself (not one derived from
+// KvRxClass) heads the same block: the class, its state and the names are one
+// allocation, freed when the class is deleted (deleteClass). Owns: its context-menu
+// array (not the objects or menus in it), its protocol-extension map (not the protocol classes or the
+// extension objects), the array of the heads of its twelve overrule lists (made with
+// its first node; most classes never hold one) and their nodes (not the overrules).
 // `parent`, `module` and the classes of the children list aren't owned.
 //
-// Invariants: `parentName` is non-null exactly while the class waits to be linked
+// Invariants: the parent name is set exactly while the class waits to be linked
 // (never for the root); a linked class other than the root has a non-null `parent`
 // and stands in the parent's children list. That list runs through the children's own
 // states, from the parent's `firstChild` along `nextSibling` to its `lastChild`, in
@@ -62,6 +66,12 @@ public:
     }
 
     ~KvRxClassState() override;
+    // What KvRxClass's destructor does with its state: destroys it, and frees its block
+    // unless the class heads the block. Null does nothing.
+    static void destroy(KvRxImpClass* impl);
+    // Deletes a registered class: frees the block it shares with its state, or deletes
+    // a class made by its module as its own type.
+    static void deleteClass(KvRxClass* aClass);
     // Attaches `object` for `protocolClass` here and copies it down to every class
     // below that still holds what this class held; gives what this class held. A null
     // `object` brings back the parent's extension. Null for a null protocol class.
@@ -76,11 +86,11 @@ public:
         return m_peMap ? m_peMap->lookUp(protocolClass) : nullptr;
     }
     KvRxObject* create() override;
-    const char16_t* appName() const override { return m_appName; }
-    const char16_t* dxfName() const override { return m_dxfName; }
+    const char16_t* appName() const override { return nameAt(m_appAt); }
+    const char16_t* dxfName() const override { return nameAt(m_dxfAt); }
     const char16_t* name() const override { return m_className; }
     void getClassVersion(int& version, int& maintenanceVersion) const override;
-    int proxyFlags() const override { return m_proxyFlags; }
+    int proxyFlags() const override { return m_rare ? m_rare->proxyFlags : 0; }
     // One look at this class's line, at any depth.
     bool isDerivedFrom(const KvRxClass* other) const override {
         const KvRxClassState* others = of(other);
@@ -88,7 +98,9 @@ public:
     }
     KvRxClass* myParent() const override { return m_parent; }
     KvRx::Ordering comparedTo(const KvRxObject* other) const override;
-    KvRxAppNameCallback appNameCallbackPtr() const override { return m_appNameCallback; }
+    KvRxAppNameCallback appNameCallbackPtr() const override {
+        return m_rare ? m_rare->appNameCallback : nullptr;
+    }
 
     // Links the class to its parent by name, and takes over the parent's extensions
     // and the first overrule of each of its lists; nothing to do once linked. A parent
@@ -118,7 +130,7 @@ public:
 
     KvRxDynLoadModuleProxy* module() const { return m_module; }
     void setModule(KvRxDynLoadModuleProxy* module);
-    bool isPending() const { return m_parentName != nullptr; }
+    bool isPending() const { return m_parentAt != 0; }
     const KvRxClassAncestry& ancestry() const { return m_ancestry; }
     // The overrule family that the class's own name stands for (0 to 11), or
     // kOverruleFamilyCount; `familyOfName` finds it at the first call.
@@ -135,8 +147,11 @@ public:
         return m_lineFamily;
     }
     // The first node of the class's list of `family`; null if the list is empty.
-    KvRxOverruleNode* overruleList(int family) const { return m_overruleHeads[family]; }
-    // Bytes the class takes, its name texts and its ancestry included.
+    KvRxOverruleNode* overruleList(int family) const {
+        return m_overruleHeads ? m_overruleHeads[family] : nullptr;
+    }
+    // Bytes the class takes, its rare values, name texts, ancestry and overrule heads
+    // included.
     unsigned long footprint() const;
 
 private:
@@ -145,13 +160,32 @@ private:
         const KvRxObject* object;
         const void* menu;
     };
+    // What registration hands over and most classes leave 0 or null; memberBuilder,
+    // its data and feature are kept for their users, not read here.
+    struct Rare {
+        KvRxAppNameCallback appNameCallback;
+        KvRxMemberBuilder memberBuilder;
+        void* memberBuilderData;
+        int version;
+        int maintenanceVersion;
+        int proxyFlags;
+        unsigned int feature;
+    };
 
-    KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor);
+    KvRxClassState(KvRxClass* rxClass, KvRxPseudoConstructor pseudoConstructor, bool inClassBlock);
+    // Drops a class whose registration failed before it was entered: the new state, and
+    // the class too if `made`.
+    static void dropNew(KvRxClass* rxClass, bool made);
     // Units of each of the four names, its closing zero counted; 0 for a missing one.
     using NameUnits = size_t[4];
     // The bytes of the names that follow the state in its block; counts `units`.
     static size_t namesBytes(const Registration& r, NameUnits& units);
-    void placeNames(const Registration& r, const NameUnits& units);
+    // True if the registration sets any of the rare values.
+    static bool setsRare(const Registration& r);
+    // Fills the block behind the state: the rare values if set, then the names.
+    void placeTail(const Registration& r, const NameUnits& units, bool rare);
+    // The name `at` units behind the class name; null for 0.
+    const char16_t* nameAt(unsigned at) const { return at ? m_className + at : nullptr; }
     KvRxPEClassMapImp* peMap();
     // Stores `newValue` under `protocolClass` here unless this class holds a value of
     // its own (neither null nor `oldValue`), then does the same below.
@@ -179,9 +213,41 @@ private:
     void appendChild(KvRxClassState* child);
     void removeChild(KvRxClassState* child);
     static void destroyGuarded(KvRxClass* aClass);
+    // The classes whose entries wait to leave the class dictionary leave it.
+    static void takeOutLeaving();
     static void recordFault(unsigned code, const void* data, const char16_t* text, int line);
     const char16_t* moduleNameForRecord() const;
     int findContextMenu(const KvRxObject* object) const;
+
+    // Read by the destruction walk, together at the front of the block.
+    KvRxClass* m_rxClass;
+    // In the state's own block; the parent name is dropped once linked.
+    const char16_t* m_className = nullptr;
+    KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
+    // The map's last answer, kept here so that a query skips the map; empty while
+    // there is no map.
+    KvRxPEQueryCache m_lastQuery;
+    LumVector<ContextMenu>* m_contextMenus = nullptr;
+    // The id the class dictionary gave the class's entry at registration.
+    unsigned m_id = 0;
+    // Set when the class joins the doomed list; it stays set until the class goes,
+    // since a class that a walk couldn't destroy is queued again without doom().
+    bool m_doomed = false;
+    // The class heads the state's block.
+    bool m_inClassBlock;
+    bool m_usedAsProtocol = false;
+    // -1 until nameFamily is first asked; the name never changes.
+    mutable signed char m_nameFamily = -1;
+    // -1 until lineFamily is asked. The answer depends on the line alone, so every
+    // remaking of the line (makeLineBelow) sets it back to -1.
+    mutable signed char m_lineFamily = -1;
+    // The other names, by their place behind the class name in units; 0 for none.
+    unsigned m_parentAt = 0;
+    unsigned m_dxfAt = 0;
+    unsigned m_appAt = 0;
+    unsigned m_namesBytes = 0;
+    KvRxClassAncestry m_ancestry;
+    KvRxOverruleNode** m_overruleHeads = nullptr;  // kOverruleFamilyCount of them, or null
 
     KvRxClass* m_parent = nullptr;
     KvRxClassState* m_firstChild = nullptr;
@@ -190,34 +256,5 @@ private:
     KvRxClassState* m_nextSibling = nullptr;
     KvRxDynLoadModuleProxy* m_module = nullptr;
     KvRxPseudoConstructor m_pseudoConstructor;
-    KvRxAppNameCallback m_appNameCallback = nullptr;
-    KvRxMemberBuilder m_memberBuilder = nullptr;
-    KvRxOverruleNode* m_overruleHeads[kOverruleFamilyCount] = {};
-    KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
-    // The map's last answer, kept here so that a query skips the map; empty while
-    // there is no map.
-    KvRxPEQueryCache m_lastQuery;
-    // In the state's own block; the parent name is dropped once linked.
-    const char16_t* m_parentName = nullptr;
-    const char16_t* m_className = nullptr;
-    const char16_t* m_dxfName = nullptr;
-    const char16_t* m_appName = nullptr;
-    unsigned m_namesBytes = 0;
-    void* m_memberBuilderData = nullptr;
-    KvRxClass* m_rxClass;
-    int m_version = 0;
-    int m_maintenanceVersion = 0;
-    bool m_usedAsProtocol = false;
-    // Set when the class joins the doomed list; it stays set until the class goes,
-    // since a class that a walk couldn't destroy is queued again without doom().
-    bool m_doomed = false;
-    int m_proxyFlags = 0;
-    unsigned int m_feature = 0;
-    LumVector<ContextMenu>* m_contextMenus = nullptr;
-    KvRxClassAncestry m_ancestry;
-    // -1 until nameFamily is first asked; the name never changes.
-    mutable signed char m_nameFamily = -1;
-    // -1 until lineFamily is asked. The answer depends on the line alone, so every
-    // remaking of the line (makeLineBelow) sets it back to -1.
-    mutable signed char m_lineFamily = -1;
+    const Rare* m_rare = nullptr;  // in the block, or null when all are 0 or null
 };

@@ -6,6 +6,7 @@
 #include "lumosbase.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <memory>
 #include <utility>
 
@@ -44,15 +45,15 @@ void KvRxPendingClasses::takeFromSortedWalk(KvRxDictionary* classes) {
         if (classes->at(w.id) != w.aClass) return sortByName();
         if (w.id > highest) highest = w.id;
     }
-    std::vector<KvRxClass*> byId(highest, nullptr);
-    for (const Waiting& w : m_classes) byId[w.id - 1] = w.aClass;
-    // The walk reads ids alone: neither the values nor the classes.
-    std::vector<Waiting> inOrder;
-    inOrder.reserve(m_classes.size());
+    // A bit per id marks the waiting ones; each id holds its class, checked above, so the
+    // list is written anew in walk order in its own room.
+    std::vector<uint64_t> waiting(size_t(highest) / 64 + 1, 0);
+    for (const Waiting& w : m_classes) waiting[w.id / 64] |= uint64_t(1) << (w.id % 64);
+    m_classes.clear();
     std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictSorted));
     for (; !it->done(); it->next()) {
         unsigned id = it->id();
-        if (id <= highest && byId[id - 1]) inOrder.push_back(Waiting{byId[id - 1], id});
+        if (id <= highest && (waiting[id / 64] >> (id % 64) & 1))
+            m_classes.push_back(Waiting{kvrxClassValue(classes->at(id)), id});
     }
-    m_classes.swap(inOrder);
 }
