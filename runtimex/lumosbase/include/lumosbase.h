@@ -405,6 +405,9 @@ struct LumCharMapper {
     // Resolves the escapes of a wide text in place; the text can only shrink. Returns
     // minus the units saved (0 when nothing was resolved). `text` must not be null.
     static int resolveEscapes(char16_t* text);
+    // The same for a text of `units` units (text[units] is zero): the units before the
+    // first backslash are passed over a block at a time.
+    static int resolveEscapes(char16_t* text, int units);
 };
 
 // ---------------------------------------------------------------------------

@@ -87,6 +87,11 @@ int LumCharMapper::resolveEscapes(char16_t* text) {
     return int(end.written - end.read);
 }
 
+int LumCharMapper::resolveEscapes(char16_t* text, int units) {
+    char16_t* rest = firstBackslash(text, size_t(units));
+    return *rest ? resolveEscapes(rest) : 0;
+}
+
 int LumCharMapper::multiByteToWideChar(LumCodePageMapper::code_page_id id, const char* text,
                                        int byteCount, LumVector<char16_t>& out) {
     unsigned cp = LumCodePageMapper::kvoreCpToAnsiCp(id);

@@ -11,20 +11,6 @@ namespace {
 
 constexpr size_t kHeaderBytes = sizeof(uint32_t);
 
-// The first backslash of the n units at p (p[n] is zero), or p + n. Blocks of 32 units
-// are tested whole with a 16-bit flag, a test the compiler runs in vector registers.
-char16_t* firstBackslash(char16_t* p, size_t n) {
-    constexpr size_t kBlock = 32;
-    size_t i = 0;
-    for (; i + kBlock <= n; i += kBlock) {
-        uint16_t hit = 0;
-        for (size_t k = 0; k < kBlock; ++k) hit |= uint16_t(p[i + k] == u'\\');
-        if (hit) break;
-    }
-    while (i < n && p[i] != u'\\') ++i;
-    return p + i;
-}
-
 // The text through the mapper, copied into a buffer of its own length.
 char16_t* widenedByMapper(const char* text, size_t bytes) {
     LumVector<char16_t> units;
@@ -88,8 +74,7 @@ char16_t* widenedBuffer(const char* text, size_t bytes) {
         return widenedByMapper(text, bytes);
     }
     wide[n] = 0;
-    char16_t* escape = firstBackslash(wide, size_t(n));
-    if (*escape) n += LumCharMapper::resolveEscapes(escape);
+    n += LumCharMapper::resolveEscapes(wide, n);
     header(wide) = uint32_t(n);  // the capacity is the length, as for any converted text
     return wide;
 }
