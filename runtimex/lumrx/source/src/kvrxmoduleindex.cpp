@@ -16,24 +16,18 @@ bool KvRxModuleIndex::anyHeld() { return gHeld != 0; }
 
 void KvRxModuleIndex::counted(size_t before) const { gHeld = gHeld - before + m_keys.size(); }
 
-namespace {
-
-char16_t folded(char16_t c) {
-    return c < 0x80 ? (c >= u'A' && c <= u'Z' ? char16_t(c + 32) : c) : lumplatform::foldCaseUnit(c);
-}
-
-}  // namespace
-
 size_t KvRxModuleIndex::FoldedHash::operator()(const std::u16string& key) const {
     uint64_t hash = 0xCBF29CE484222325ull;
-    for (char16_t c : key) hash = (hash ^ folded(c)) * 0x100000001B3ull;
+    for (char16_t c : key) hash = (hash ^ lumplatform::foldCaseUnit(c)) * 0x100000001B3ull;
     return size_t(hash);
 }
 
 bool KvRxModuleIndex::FoldedEqual::operator()(const std::u16string& a, const std::u16string& b) const {
     if (a.size() != b.size()) return false;
-    for (size_t i = 0; i < a.size(); ++i)
-        if (a[i] != b[i] && folded(a[i]) != folded(b[i])) return false;
+    for (size_t i = 0; i < a.size(); ++i) {
+        if (a[i] != b[i] && lumplatform::foldCaseUnit(a[i]) != lumplatform::foldCaseUnit(b[i]))
+            return false;
+    }
     return true;
 }
 

@@ -37,11 +37,6 @@ struct {
     KvRxClass* found = nullptr;
 } gLastLookUp;
 
-bool sameUnits(const char16_t* a, const char16_t* b) {
-    while (*a && *a == *b) ++a, ++b;
-    return *a == *b;
-}
-
 const unsigned kSubClassNamesSize = 260;
 
 KvRxDictionary* classDictionary() {
@@ -307,7 +302,7 @@ void KvRxClassState::link() {
     if (!isPending()) return;
     const char16_t* parentName = nameAt(m_parentAt);
     KvRxClass* parent = gLastLookUp.found;
-    if (!gLastLookUp.name || !sameUnits(gLastLookUp.name, parentName)) {
+    if (!gLastLookUp.name || LumCharOp::compare(gLastLookUp.name, parentName) != 0) {
         KvRxModuleGlobalImp* g = KvRxModuleGlobalImp::instance();
         parent = g ? g->findClass(parentName) : nullptr;
         gLastLookUp.name = parentName;
