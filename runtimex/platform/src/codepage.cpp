@@ -120,52 +120,45 @@ std::string localeName() {
     return "";
 }
 
-// The leading bytes of p[0..n) that are one character each, converted into out, and
-// their count. On a single-byte page sixteen bytes go at a time with no branch per byte:
-// a block is written whole, and one that holds a byte without a unit of its own (an
-// irregular byte) is walked again unit by unit, which stops at that byte. Double-byte
-// text has a lead byte every few bytes, so there the walk is unit by unit throughout.
-int singleByteRun(const CodePageTables& t, const unsigned char* p, int n, char16_t* out) {
+// The leading elements of in[0..n) that map one for one through `table`, converted into
+// out, and their count; a mapped value for which `ends` is true ends the run. With
+// `blocks` (a single-byte page) sixteen go at a time with no branch per element: a block
+// is written whole, and one that holds an ending value is walked again one by one, which
+// stops there. Double-byte text has a lead byte every few bytes, so there the walk is
+// one by one throughout.
+template <class In, class Value, class Out, class Ends>
+int oneForOneRun(bool blocks, const Value* table, const In* in, int n, Out* out, Ends ends) {
     constexpr int kBlock = 16;
     int i = 0;
-    for (; t.pairs.empty() && i + kBlock <= n; i += kBlock) {
-        unsigned missing = 0;  // bit 16 is set by a kNoUnit (0xFFFF) plus one
+    for (; blocks && i + kBlock <= n; i += kBlock) {
+        bool ended = false;
         for (int k = 0; k < kBlock; ++k) {
-            char16_t unit = t.single[p[i + k]];
-            out[i + k] = unit;
-            missing |= unsigned(unit) + 1;
+            Value value = table[in[i + k]];
+            out[i + k] = Out(value);
+            ended |= ends(value);
         }
-        if (missing & 0x10000) break;
+        if (ended) break;
     }
     for (; i < n; ++i) {
-        char16_t unit = t.single[p[i]];
-        if (unit == CodePageTables::kNoUnit) break;
-        out[i] = unit;
+        Value value = table[in[i]];
+        if (ends(value)) break;
+        out[i] = Out(value);
     }
     return i;
 }
 
+// The leading bytes of p[0..n) that are one character each (a lead byte has no unit
+// alone), converted into out, and their count.
+int singleByteRun(const CodePageTables& t, const unsigned char* p, int n, char16_t* out) {
+    return oneForOneRun(t.pairs.empty(), t.single, p, n, out,
+                        [](char16_t unit) { return unit == CodePageTables::kNoUnit; });
+}
+
 // The leading units of in[0..n) whose codes are one byte each, converted into out, and
-// their count; blocks on a single-byte page as in singleByteRun, a code of 0x100 or more
-// (a pair, an escape) ending the run.
+// their count; a code of 0x100 or more (a pair, an escape) ends the run.
 int singleByteCodeRun(const CodePageTables& t, const char16_t* in, int n, char* out) {
-    constexpr int kBlock = 16;
-    int i = 0;
-    for (; t.pairs.empty() && i + kBlock <= n; i += kBlock) {
-        unsigned wide = 0;
-        for (int k = 0; k < kBlock; ++k) {
-            uint16_t code = t.narrow[in[i + k]];
-            out[i + k] = char(code);
-            wide |= code;
-        }
-        if (wide >= 0x100) break;
-    }
-    for (; i < n; ++i) {
-        uint16_t code = t.narrow[in[i]];
-        if (code >= 0x100) break;
-        out[i] = char(code);
-    }
-    return i;
+    return oneForOneRun(t.pairs.empty(), t.narrow.data(), in, n, out,
+                        [](uint16_t code) { return code >= 0x100; });
 }
 
 }  // namespace
