@@ -6,12 +6,12 @@
 
 namespace lumplatform {
 
+static bool endsInDll(const std::string& n) {
+    return n.size() > 4 && strcasecmp(n.c_str() + n.size() - 4, ".dll") == 0;
+}
+
 static std::string systemLibraryName(std::string n) {
-    if (n.size() > 4) {
-        std::string ext = n.substr(n.size() - 4);
-        for (char& c : ext) c = char(c >= 'A' && c <= 'Z' ? c + 32 : c);
-        if (ext == ".dll") n = n.substr(0, n.size() - 4) + ".so";
-    }
+    if (endsInDll(n)) n.replace(n.size() - 4, 4, ".so");
     return n;
 }
 
@@ -22,8 +22,8 @@ void* openLibrary(const std::u16string& name) { return openLibraryUtf8(toUtf8(na
 void* openLibraryUtf8(const std::string& name) {
     if (name.empty()) return nullptr;
     // Only a name ending in ".dll" needs another text.
-    bool dll = name.size() > 4 && strcasecmp(name.c_str() + name.size() - 4, ".dll") == 0;
-    return dlopen(dll ? systemLibraryName(name).c_str() : name.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (endsInDll(name)) return dlopen(systemLibraryName(name).c_str(), RTLD_NOW | RTLD_LOCAL);
+    return dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
 }
 
 void* openLibraryBeside(const void* anchor, const std::u16string& name) {
