@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace {
 
@@ -60,15 +61,15 @@ TEST(RuntimeLifecycle, ShutDownDestroysClassesWithoutAClassOfTheirOwn) {
         ::testing::ExitedWithCode(0), "");
 }
 
-// A class whose destructor looks at the class dictionary while shut-down walks it: by
-// name, and by walks in name and id order.
+// A class whose destructor looks at the class dictionary while shut-down walks it: for
+// each watched name, and by walks in name and id order.
 class LookingValueType : public KvRxValueType {
 public:
+    static std::vector<const char16_t*> watched;
     static std::string seen;
     explicit LookingValueType(const char16_t* name) : KvRxValueType(name, 8u, nullptr, nullptr) {}
     ~LookingValueType() override {
-        for (const char16_t* name : {u"TestWalkA", u"testwalkb", u"TestWalkZ"})
-            seen += kvrxFindKvRxClass(name) ? '+' : '-';
+        for (const char16_t* name : watched) seen += kvrxFindKvRxClass(name) ? '+' : '-';
         auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
         seen += walkMatches(classes, kDictSorted) && walkMatches(classes, kDictById) ? " " : "! ";
     }
@@ -85,13 +86,20 @@ private:
         return count == classes->numEntries();
     }
 };
+std::vector<const char16_t*> LookingValueType::watched;
 std::string LookingValueType::seen;
+
+// The names each walk below watches.
+const std::vector<const char16_t*> kWalkNames = {u"TestWalkA", u"testwalkb", u"TestWalkZ"};
+const std::vector<const char16_t*> kMixNames = {u"TestMixA", u"TestMixB", u"TestMixC", u"TestMixD",
+                                                u"TestMixE"};
 
 TEST(RuntimeLifecycle, DestructorsRunningInTheShutDownWalkSeeOnlyTheClassesStillThere) {
     // Classes go in name order: A, then B, then Z.
     EXPECT_EXIT(
         {
             InitializeKvRxSystem();
+            LookingValueType::watched = kWalkNames;
             new LookingValueType(u"TestWalkZ");
             new LookingValueType(u"TestWalkB");
             new LookingValueType(u"TestWalkA");
@@ -102,26 +110,6 @@ TEST(RuntimeLifecycle, DestructorsRunningInTheShutDownWalkSeeOnlyTheClassesStill
         ::testing::ExitedWithCode(0), "");
 }
 
-// Looks at the class dictionary from its destructor as LookingValueType does, for the
-// names of the mixed walk below.
-class PeekingValueType : public KvRxValueType {
-public:
-    static std::string seen;
-    explicit PeekingValueType(const char16_t* name) : KvRxValueType(name, 8u, nullptr, nullptr) {}
-    ~PeekingValueType() override {
-        for (const char16_t* name : {u"TestMixA", u"TestMixB", u"TestMixC", u"TestMixD", u"TestMixE"})
-            seen += kvrxFindKvRxClass(name) ? '+' : '-';
-        auto* classes = static_cast<KvRxDictionary*>(kvrxSysRegistry()->at(u"ClassDictionary"));
-        std::unique_ptr<KvRxDictionaryIterator> it(classes->newIterator(kDictById));
-        unsigned count = 0;
-        for (; !it->done(); it->next(), ++count)
-            if (kvrxFindKvRxClass(it->key()) != it->object()) seen += '!';
-        seen += count == classes->numEntries() ? " " : "# ";
-    }
-    bool equalTo(const void*, const void*) const override { return false; }
-};
-std::string PeekingValueType::seen;
-
 TEST(RuntimeLifecycle, ClassesMadeByRegistrationAreGoneBeforeTheNextDestructorLooks) {
     // Name order A to E: plain classes and value types, whose destructors look, in turn.
     // The plain classes leave quietly, but every one before a value type is gone when
@@ -129,14 +117,15 @@ TEST(RuntimeLifecycle, ClassesMadeByRegistrationAreGoneBeforeTheNextDestructorLo
     EXPECT_EXIT(
         {
             InitializeKvRxSystem();
+            LookingValueType::watched = kMixNames;
             newKvRxClass(u"TestMixD", u"OvRxObject");
-            new PeekingValueType(u"TestMixE");
+            new LookingValueType(u"TestMixE");
             newKvRxClass(u"TestMixC", u"TestMixD");
-            new PeekingValueType(u"TestMixB");
+            new LookingValueType(u"TestMixB");
             newKvRxClass(u"TestMixA", u"OvRxObject");
             kvrxBuildClassHierarchy();
             UninitializeKvRxSystem();
-            std::_Exit(PeekingValueType::seen == "--+++ ----- " ? 0 : 1);
+            std::_Exit(LookingValueType::seen == "--+++ ----- " ? 0 : 1);
         },
         ::testing::ExitedWithCode(0), "");
 }
