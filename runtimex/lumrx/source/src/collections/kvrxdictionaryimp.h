@@ -1,9 +1,9 @@
 // The one implementation of KvRxDictionary.
 //
 // Owns: the entry array (one block from _lumMalloc), its key pool and so every key in
-// the entries, the sorted
-// index (sorted dictionaries only; it points into the keys' texts), the key index and the
-// free-slot map (both by value), and the values only when made with deleteObjects.
+// the entries, the sorted index (sorted dictionaries only; it points to the keys), the
+// key index and the free-slot map (both by value), and the values only when made with
+// deleteObjects.
 //
 // Invariants: a slot is live exactly when its key isn't null; a free slot has a null
 // value; slots from `length` to `capacity` are zero. The id of a slot is its index

@@ -1,9 +1,9 @@
 // The key order of a sorted dictionary: an ordered map from key to slot, with the node
 // of every slot remembered, so that a removal or a key reset erases its node without a
 // search of the tree. A comparison in the tree reads the node and the key's block,
-// which holds the length beside the text. The
-// nodes come from the index's own pool: they lie together, apart from the entries'
-// values, so that a walk or a search of the tree touches few cache lines and pages.
+// which holds the length beside the text. The nodes come from the index's own pool:
+// they lie together, apart from the entries' values, so that a walk or a search of the
+// tree touches few cache lines and pages.
 //
 // Owns: its node pool (and so every tree node) and the table of nodes by slot; the keys
 // the nodes point to belong to the entries.

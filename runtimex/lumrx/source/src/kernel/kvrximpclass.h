@@ -5,9 +5,10 @@
 // with the state. A class that registration makes itself (not one derived from
 // KvRxClass) heads the same block: the class, its state and the names are one
 // allocation, freed when the class is deleted (deleteClass). Owns: its context-menu
-// array (not the objects or menus in it), its protocol-extension map (not the protocol classes or the
-// extension objects), the array of the heads of its twelve overrule lists (made with
-// its first node; most classes never hold one) and their nodes (not the overrules).
+// array (not the objects or menus in it), its protocol-extension map (not the protocol
+// classes or the extension objects), the array of the heads of its twelve overrule
+// lists (made with its first node; most classes never hold one) and their nodes (not
+// the overrules).
 // `parent`, `module` and the classes of the children list aren't owned.
 //
 // Invariants: the parent name is set exactly while the class waits to be linked
@@ -221,7 +222,7 @@ private:
 
     // Read by the destruction walk, together at the front of the block.
     KvRxClass* m_rxClass;
-    // In the state's own block; the parent name is dropped once linked.
+    // In the state's own block, followed by the other names.
     const char16_t* m_className = nullptr;
     KvRxPEClassMapImp* m_peMap = nullptr;  // made at the first use
     // The map's last answer, kept here so that a query skips the map; empty while
@@ -241,7 +242,8 @@ private:
     // -1 until lineFamily is asked. The answer depends on the line alone, so every
     // remaking of the line (makeLineBelow) sets it back to -1.
     mutable signed char m_lineFamily = -1;
-    // The other names, by their place behind the class name in units; 0 for none.
+    // The other names, by their place behind the class name in units; 0 for none. The
+    // parent name is dropped once linked.
     unsigned m_parentAt = 0;
     unsigned m_dxfAt = 0;
     unsigned m_appAt = 0;
